@@ -1,0 +1,159 @@
+#include "gridding/core/cell_state.h"
+
+#include <cmath>
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include "gridding/core/encoding.h"
+
+namespace quarro::core {
+namespace {
+
+GridSettings Settings(double resolution_m, double min_resolution_m) {
+  GridSettings settings;
+  settings.resolution_m = resolution_m;
+  settings.min_resolution_m = min_resolution_m;
+  return settings;
+}
+
+PackedSounding At(double east_m, double north_m, float depth_m, float sigma_v_m = 0.1F,
+                  float sigma_h_m = 0.1F) {
+  return Pack({east_m, north_m}, {0, 0}, depth_m, sigma_v_m, sigma_h_m);
+}
+
+std::vector<PackedSounding> Scattered(unsigned seed, int count, double half_m, double slope) {
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<double> place(-half_m, half_m);
+  std::normal_distribution<double> noise(0.0, 0.1);
+  std::vector<PackedSounding> soundings;
+  for (int i = 0; i < count; ++i) {
+    const double east_m = place(random);
+    soundings.push_back(
+        At(east_m, place(random), static_cast<float>(30.0 + slope * east_m + noise(random))));
+  }
+  return soundings;
+}
+
+TEST(CellStatistics, TellWhatTheSoundingsHold) {
+  CellState state;
+  const std::vector<PackedSounding> soundings = {At(-4.9, -4.9, 10.0F, 0.25F, 1.0F),
+                                                 At(4.9, -4.9, 12.0F, 0.25F, 3.0F),
+                                                 At(4.9, 4.9, 14.0F, 0.5F, 1.0F)};
+  AddSoundings(soundings, Settings(10.0, 1.0), state);
+  const CellStatistics& statistics = state.statistics;
+  EXPECT_EQ(statistics.soundings, 3U);
+  EXPECT_EQ(statistics.occupancy, (1ULL << 0U) | (1ULL << 7U) | (1ULL << 63U));
+  EXPECT_DOUBLE_EQ(statistics.CoveredFraction(), 3.0 / 64.0);
+  EXPECT_DOUBLE_EQ(statistics.MeanDepth(), 12.0);
+  EXPECT_DOUBLE_EQ(statistics.DepthDeviation(), 2.0);
+  EXPECT_EQ(statistics.shallowest_m, 10.0F);
+  EXPECT_EQ(statistics.deepest_m, 14.0F);
+  EXPECT_NEAR(statistics.VerticalSigma(), std::sqrt((0.0625 + 0.0625 + 0.25) / 3.0), 1e-12);
+  EXPECT_NEAR(statistics.HorizontalSigma(), std::sqrt(11.0 / 3.0), 1e-12);
+}
+
+TEST(NodesPerSide, FollowTheDensityOverTheCoveredPart) {
+  GridSettings settings = Settings(16.0, 0.1);
+  CellStatistics statistics;
+  statistics.soundings = 500;
+  statistics.occupancy = ~0ULL;
+  EXPECT_EQ(NodesPerSide(statistics, settings), 10U);
+  statistics.soundings = 499;
+  EXPECT_EQ(NodesPerSide(statistics, settings), 9U);
+  statistics.occupancy = 0xffffULL;  // a quarter of the cell: four times the density
+  EXPECT_EQ(NodesPerSide(statistics, settings), 19U);
+}
+
+TEST(NodesPerSide, AreCappedByTheMinimumResolutionAndTheHorizontalUncertainty) {
+  GridSettings settings = Settings(16.0, 0.5);
+  CellStatistics statistics;
+  statistics.soundings = 1000000;
+  statistics.occupancy = ~0ULL;
+  EXPECT_EQ(NodesPerSide(statistics, settings), 32U);
+  statistics.horizontal_variance_sum_m2 = 4.0 * 1000000;
+  EXPECT_EQ(NodesPerSide(statistics, settings), 8U);
+  settings.resolution_m = 12.3;
+  settings.min_resolution_m = 4.1;
+  EXPECT_EQ(NodesPerSide(statistics, settings), 3U);
+}
+
+TEST(NodesPerSide, IsOneForACellThatSupportsNoMore) {
+  CellStatistics statistics;
+  EXPECT_EQ(NodesPerSide(statistics, Settings(16.0, 0.5)), 1U);
+  statistics.soundings = 19;
+  statistics.occupancy = ~0ULL;
+  EXPECT_EQ(NodesPerSide(statistics, Settings(16.0, 0.5)), 1U);
+}
+
+TEST(CellState, WhatIsKeptNearTheNodeDoesNotDependOnThePortionsItCameIn) {
+  const auto soundings = Scattered(3, 2000, 8.0, 0.0);
+  const GridSettings settings = Settings(16.0, 0.5);
+  CellState at_once;
+  AddSoundings(soundings, settings, at_once);
+  CellState in_portions;
+  for (std::size_t first = 0; first < soundings.size(); first += 37) {
+    const std::size_t count = std::min<std::size_t>(37, soundings.size() - first);
+    AddSoundings(std::span(soundings).subspan(first, count), settings, in_portions);
+  }
+  EXPECT_EQ(in_portions.near, at_once.near);
+  EXPECT_EQ(at_once.near.size(), 20U);
+}
+
+TEST(LowResolutionEstimator, ACellWithOneSoundingHasADepth) {
+  CellState state;
+  const GridSettings settings = Settings(16.0, 0.5);
+  AddSoundings(std::vector{At(7.0, 7.0, 25.0F)}, settings, state);
+  LowResolutionEstimator(settings).Estimate(state);
+  ASSERT_EQ(state.low.size(), 1U);
+  EXPECT_EQ(state.low[0].depth_m, 25.0F);
+}
+
+TEST(LowResolutionEstimator, OnASteepSlopeTheDepthAtTheNodeIsRightAndNotAmbiguous) {
+  const GridSettings settings = Settings(32.0, 0.5);
+  LowResolutionEstimator estimator(settings);
+  int covered = 0;
+  std::size_t hypotheses = 0;
+  constexpr int kCells = 1000;
+  for (unsigned seed = 0; seed < kCells; ++seed) {
+    CellState state;
+    AddSoundings(Scattered(seed, 1000, 16.0, 0.3), settings, state);
+    estimator.Estimate(state);
+    hypotheses += state.low.size();
+    const Hypothesis& best = state.low.front();
+    if (std::abs(best.depth_m - 30.0) <= 1.96 * std::sqrt(best.variance_m2)) ++covered;
+  }
+  EXPECT_GE(covered, static_cast<int>(0.92 * kCells));
+  EXPECT_LE(hypotheses, static_cast<std::size_t>(1.1 * kCells));
+}
+
+TEST(CellState, ReadsBackAsItWasWritten) {
+  CellState state;
+  const GridSettings settings = Settings(16.0, 0.5);
+  AddSoundings(Scattered(5, 300, 8.0, 0.1), settings, state);
+  LowResolutionEstimator(settings).Estimate(state);
+  std::vector<std::byte> bytes;
+  Encode(state, bytes);
+  CellState copy;
+  Decode(bytes, copy);
+  EXPECT_EQ(copy.near, state.near);
+  EXPECT_EQ(copy.low, state.low);
+  EXPECT_EQ(copy.statistics.soundings, state.statistics.soundings);
+  std::vector<std::byte> again;
+  Encode(copy, again);
+  EXPECT_EQ(again, bytes);
+}
+
+TEST(CellState, BytesOfTheWrongLengthAreRefused) {
+  CellState state;
+  std::vector<std::byte> bytes;
+  Encode(state, bytes);
+  bytes.push_back(std::byte{0});
+  EXPECT_THROW(Decode(bytes, state), EncodingError);
+  bytes.resize(bytes.size() - 5);
+  EXPECT_THROW(Decode(bytes, state), EncodingError);
+  EXPECT_THROW(Decode({}, state), EncodingError);
+}
+
+}  // namespace
+}  // namespace quarro::core

@@ -1,0 +1,26 @@
+#include "gridding/core/hypotheses.h"
+
+#include <algorithm>
+
+namespace quarro::core {
+
+float HypothesisStrength(std::span<const Hypothesis> hypotheses) {
+  if (hypotheses.size() < 2) return 0.0F;
+  std::uint32_t runner_up = 0;
+  for (const Hypothesis& other : hypotheses.subspan(1)) {
+    runner_up = std::max(runner_up, other.sample_count);
+  }
+  const float ratio =
+      static_cast<float>(runner_up) / static_cast<float>(hypotheses.front().sample_count);
+  return std::min(5.0F, 5.0F * ratio);
+}
+
+void OrderBySupport(std::span<Hypothesis> hypotheses) {
+  std::stable_sort(hypotheses.begin(), hypotheses.end(),
+                   [](const Hypothesis& a, const Hypothesis& b) {
+                     if (a.sample_count != b.sample_count) return a.sample_count > b.sample_count;
+                     return a.depth_m < b.depth_m;
+                   });
+}
+
+}  // namespace quarro::core

@@ -1,0 +1,121 @@
+#include "gridding/core/local_trend.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace quarro::core {
+
+namespace {
+
+// Median of the magnitude of a standard normal deviate.
+constexpr double kMedianMagnitude = 0.6744897501960817;
+constexpr std::size_t kFewestPairs = 10;
+
+struct Slopes {
+  std::array<double, 6> values{};
+  std::size_t count = 0;
+  double Median() { return count < 2 ? 0.0 : MedianOf(std::span(values).first(count)); }
+};
+
+// Slopes along one axis between neighbours `step` apart in the 3 x 3 array, the slope `across` of
+// the other axis taken out.
+template <typename Along, typename Across>
+double SlopeAlong(const std::array<BlockMedian, 9>& blocks, double block_m, std::size_t step,
+                  double across, Along along_m, Across across_m) {
+  Slopes slopes;
+  for (std::size_t i = 0; i + step < blocks.size(); ++i) {
+    if (step == 1 && i % 3 == 2) continue;
+    const BlockMedian& a = blocks[i];
+    const BlockMedian& b = blocks[i + step];
+    if (!a.filled || !b.filled) continue;
+    const double run_m = along_m(b) - along_m(a);
+    if (run_m < 0.3 * block_m) continue;
+    const double rise_m = b.depth_m - a.depth_m - across * (across_m(b) - across_m(a));
+    slopes.values[slopes.count++] = rise_m / run_m;
+  }
+  return slopes.Median();
+}
+
+}  // namespace
+
+double MedianOf(std::span<double> depths_m) {
+  const auto middle = depths_m.begin() + static_cast<std::ptrdiff_t>(depths_m.size() / 2);
+  std::nth_element(depths_m.begin(), middle, depths_m.end());
+  if (depths_m.size() % 2 == 1) return *middle;
+  return 0.5 * (*middle + *std::max_element(depths_m.begin(), middle));
+}
+
+LocalTrend TrendAcross(const std::array<BlockMedian, 9>& blocks, double block_m) {
+  const auto east = [](const BlockMedian& block) { return block.east_m; };
+  const auto north = [](const BlockMedian& block) { return block.north_m; };
+  LocalTrend trend;
+  // Mean positions of neighbours differ a little across the axis too: a second round takes that
+  // out.
+  for (int round = 0; round < 2; ++round) {
+    const LocalTrend before = trend;
+    trend.east = SlopeAlong(blocks, block_m, 1, before.north, east, north);
+    trend.north = SlopeAlong(blocks, block_m, 3, before.east, north, east);
+  }
+  return trend;
+}
+
+void NoiseScale::Add(double difference_m, double variance_sum_m2) {
+  ratios_.push_back(std::abs(difference_m) / std::sqrt(variance_sum_m2));
+}
+
+double NoiseScale::Value() {
+  if (ratios_.size() < kFewestPairs) return 1.0;
+  return std::max(1.0, MedianOf(ratios_) / kMedianMagnitude);
+}
+
+LocalTrend TrendAround(std::span<const NodeSounding> soundings, double reach_m) {
+  const double block_m = 2.0 * reach_m / 3.0;
+  const auto block_of = [&](const NodeSounding& sounding) {
+    const auto step = [&](float offset_m) {
+      return static_cast<std::size_t>(std::clamp((offset_m + reach_m) / block_m, 0.0, 2.0));
+    };
+    return 3 * step(sounding.north_m) + step(sounding.east_m);
+  };
+  std::array<std::vector<double>, 9> depths_m;
+  std::array<BlockMedian, 9> blocks;
+  for (const NodeSounding& sounding : soundings) {
+    const std::size_t block = block_of(sounding);
+    depths_m[block].push_back(sounding.depth_m);
+    blocks[block].east_m += sounding.east_m;
+    blocks[block].north_m += sounding.north_m;
+  }
+  for (std::size_t i = 0; i < blocks.size(); ++i) {
+    if (depths_m[i].empty()) continue;
+    const auto count = static_cast<double>(depths_m[i].size());
+    blocks[i] = {.east_m = blocks[i].east_m / count,
+                 .north_m = blocks[i].north_m / count,
+                 .depth_m = MedianOf(depths_m[i]),
+                 .filled = true};
+  }
+  return TrendAcross(blocks, block_m);
+}
+
+void AddDifferences(std::span<const NodeSounding> soundings, const LocalTrend& trend,
+                    NoiseScale& scale) {
+  const double slope_squared = trend.east * trend.east + trend.north * trend.north;
+  const auto variance = [&](const NodeSounding& sounding) {
+    const double sigma_v_m = sounding.sigma_v_m;
+    const double sigma_h_m = sounding.sigma_h_m;
+    return sigma_v_m * sigma_v_m + slope_squared * sigma_h_m * sigma_h_m;
+  };
+  const auto depth = [&](const NodeSounding& sounding) {
+    return sounding.depth_m - trend.east * sounding.east_m - trend.north * sounding.north_m;
+  };
+  for (std::size_t i = 1; i < soundings.size(); ++i) {
+    scale.Add(depth(soundings[i]) - depth(soundings[i - 1]),
+              variance(soundings[i]) + variance(soundings[i - 1]));
+  }
+}
+
+double ScatterOf(std::span<const NodeSounding> soundings, const LocalTrend& trend) {
+  NoiseScale scale;
+  AddDifferences(soundings, trend, scale);
+  return scale.Value();
+}
+
+}  // namespace quarro::core

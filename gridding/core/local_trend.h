@@ -1,0 +1,52 @@
+// Slope and scatter of the soundings around a node, robust against spikes.
+#pragma once
+
+#include <array>
+#include <span>
+#include <vector>
+
+#include "gridding/core/node_estimator.h"
+
+namespace quarro::core {
+
+// The soundings of one square block: their mean position and median depth.
+struct BlockMedian {
+  double east_m = 0.0;
+  double north_m = 0.0;
+  double depth_m = 0.0;
+  bool filled = false;
+};
+
+// Median of `depths_m`, which it reorders; of an even count the mean of the middle two. Not empty.
+double MedianOf(std::span<double> depths_m);
+
+// The slope across a 3 x 3 neighbourhood of blocks with sides of `block_m`, in row-major order from
+// the south-west: medians of the slopes between blocks next to each other (Theil and Sen's
+// estimator over neighbours), so that one bad block has no say. Zero along an axis with fewer than
+// two pairs.
+LocalTrend TrendAcross(const std::array<BlockMedian, 9>& blocks, double block_m);
+
+// Gathers differences of soundings that follow one another, over what their uncertainties explain.
+// Their median tells the noise apart from offsets between lines, which few such pairs straddle
+// (von Neumann's successive differences, made robust).
+class NoiseScale {
+ public:
+  void Clear() { ratios_.clear(); }
+  // The difference, the trend taken out, and the sum of both variances.
+  void Add(double difference_m, double variance_sum_m2);
+  // The scatter over what the uncertainties say; at least 1, and 1 when there are few pairs.
+  double Value();
+
+ private:
+  std::vector<double> ratios_;
+};
+
+// Trend and scatter of all soundings within `reach_m` of a node, taken as 3 x 3 blocks around it.
+LocalTrend TrendAround(std::span<const NodeSounding> soundings, double reach_m);
+double ScatterOf(std::span<const NodeSounding> soundings, const LocalTrend& trend);
+
+// Adds the differences of each sounding to the next one.
+void AddDifferences(std::span<const NodeSounding> soundings, const LocalTrend& trend,
+                    NoiseScale& scale);
+
+}  // namespace quarro::core

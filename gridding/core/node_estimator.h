@@ -1,0 +1,96 @@
+// The depth of one node from the soundings around it, as one or several hypotheses.
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "gridding/core/hypotheses.h"
+#include "gridding/core/settings.h"
+
+namespace quarro::core {
+
+// A sounding as a node sees it.
+struct NodeSounding {
+  float east_m = 0.0F;   // of the node
+  float north_m = 0.0F;  // of the node
+  float depth_m = 0.0F;
+  float sigma_v_m = 0.0F;
+  float sigma_h_m = 0.0F;
+};
+
+// Slope of the seafloor, metres of depth a metre.
+struct LocalTrend {
+  double east = 0.0;
+  double north = 0.0;
+};
+
+// What is known of a node's surroundings before its own soundings are weighed.
+struct NodeSurroundings {
+  double spacing_m = 1.0;    // of the nodes
+  LocalTrend trend;          // taken out of the soundings
+  double noise_scale = 1.0;  // scatter of the soundings over what their uncertainties say, >= 1
+};
+
+// Is told each step of an estimate as one line of text.
+class EstimatorTrace {
+ public:
+  virtual ~EstimatorTrace() = default;
+  virtual void Step(const std::string& line) = 0;
+};
+
+// Takes soundings one at a time. Each is carried along the trend to the node; a short sorted queue
+// passes its median on, so that early spikes found no hypothesis; a value joins the hypothesis
+// whose forecast it fits best, as one step of a scalar dynamic linear model, unless it lies too far
+// from it or the Bayes factor against a shifted model, summed over a run of values on one side,
+// speaks against it; then it founds a hypothesis of its own. Source: West and Harrison, Bayesian
+// Forecasting and Dynamic Models (monitoring and intervention); Page, Continuous inspection
+// schemes, for the sums.
+//
+// A sounding with standard uncertainties sv, sh at distance d weighs by the variance
+// b (1 + ((d + 1.96 sh) / s)^2), b = (noise_scale sv)^2 + (slope sh)^2. The variance reported is
+// that of the weighted mean of soundings with the variances b, so weights do not make it better or
+// worse than the data is.
+//
+// One thread an estimator, which keeps its working memory and allocates nothing once it is warm.
+class NodeEstimator {
+ public:
+  explicit NodeEstimator(const EstimatorSettings& settings) : settings_(settings) {}
+
+  // `soundings` in the order in which they are taken; the caller has captured them. The result is
+  // in order of support and empty without soundings. `trace` may be null.
+  void Estimate(std::span<const NodeSounding> soundings, const NodeSurroundings& surroundings,
+                HypothesisList& hypotheses, EstimatorTrace* trace = nullptr);
+
+ private:
+  struct Value {
+    double depth_m;          // at the node
+    double base_variance;    // b
+    double weight_variance;  // with the growth by distance
+    double fit_variance;     // what the fit is judged by
+  };
+  struct Track {
+    double depth_m;
+    double weight_sum;       // of 1 / weight_variance
+    double variance_sum;     // of base_variance / weight_variance^2
+    double evidence_deeper;  // for a model shifted to deeper values
+    double evidence_shoaler;
+    std::uint32_t sample_count;
+    double ForecastVariance() const { return variance_sum / (weight_sum * weight_sum); }
+  };
+
+  Value ValueAt(const NodeSounding& sounding, const NodeSurroundings& surroundings) const;
+  void Queue(const Value& value);
+  void Drain();
+  void Take(const Value& value);
+  void Found(const Value& value);
+  static void Join(Track& track, const Value& value);
+  void TraceTake(const Value& value, std::size_t track, double innovation, const char* what);
+
+  EstimatorSettings settings_;
+  EstimatorTrace* trace_ = nullptr;
+  std::vector<Value> queue_;  // ascending depth
+  std::vector<Track> tracks_;
+};
+
+}  // namespace quarro::core

@@ -1,0 +1,167 @@
+#include "gridding/core/node_estimator.h"
+
+#include <cmath>
+#include <random>
+
+#include <gmock/gmock.h>
+
+namespace quarro::core {
+namespace {
+
+NodeSounding At(float east_m, float north_m, float depth_m, float sigma_v_m = 0.1F,
+                float sigma_h_m = 0.0F) {
+  return {east_m, north_m, depth_m, sigma_v_m, sigma_h_m};
+}
+
+HypothesisList Estimate(const std::vector<NodeSounding>& soundings,
+                        const NodeSurroundings& surroundings = {},
+                        EstimatorTrace* trace = nullptr) {
+  NodeEstimator estimator{EstimatorSettings{}};
+  HypothesisList hypotheses;
+  estimator.Estimate(soundings, surroundings, hypotheses, trace);
+  return hypotheses;
+}
+
+std::vector<NodeSounding> Noisy(std::mt19937& random, int count, float depth_m, float sigma_m) {
+  std::normal_distribution<float> noise(0.0F, sigma_m);
+  std::uniform_real_distribution<float> place(-0.5F, 0.5F);
+  std::vector<NodeSounding> soundings;
+  for (int i = 0; i < count; ++i) {
+    soundings.push_back(At(place(random), place(random), depth_m + noise(random), sigma_m));
+  }
+  return soundings;
+}
+
+TEST(NodeEstimator, NoSoundingsGiveNoHypothesis) { EXPECT_TRUE(Estimate({}).empty()); }
+
+TEST(NodeEstimator, OneSoundingAtTheNodeIsItsOwnEstimate) {
+  const HypothesisList hypotheses = Estimate({At(0, 0, 20.0F, 0.25F)});
+  ASSERT_EQ(hypotheses.size(), 1U);
+  EXPECT_EQ(hypotheses[0].depth_m, 20.0F);
+  EXPECT_EQ(hypotheses[0].variance_m2, 0.0625F);
+  EXPECT_EQ(hypotheses[0].sample_count, 1U);
+}
+
+// Weights: 1/0.01 at the node; at one spacing the variance doubles, so 1/0.02. Mean
+// (100 * 20 + 50 * 20.3) / 150 = 20.1; variance (100^2 + 50^2) * 0.01 / 150^2 = 0.0055556.
+TEST(NodeEstimator, WeightFallsWithDistanceAndTheVarianceIsThatOfTheWeightedMean) {
+  const HypothesisList hypotheses = Estimate({At(0, 0, 20.0F), At(1, 0, 20.3F)});
+  ASSERT_EQ(hypotheses.size(), 1U);
+  EXPECT_NEAR(hypotheses[0].depth_m, 20.1, 1e-5);
+  EXPECT_NEAR(hypotheses[0].variance_m2, 0.0055556, 1e-6);
+  EXPECT_EQ(hypotheses[0].sample_count, 2U);
+}
+
+TEST(NodeEstimator, TheTrendCarriesSoundingsToTheNode) {
+  NodeSurroundings surroundings;
+  surroundings.trend = {.east = 0.5, .north = -0.25};
+  const HypothesisList hypotheses = Estimate(
+      {At(1, 0, 20.5F), At(0, 1, 19.75F), At(-1, -1, 19.75F), At(0, 0, 20.0F)}, surroundings);
+  ASSERT_EQ(hypotheses.size(), 1U);
+  EXPECT_NEAR(hypotheses[0].depth_m, 20.0, 1e-5);
+}
+
+TEST(NodeEstimator, EarlySpikesDoNotFoundTheReportedHypothesis) {
+  std::mt19937 random(7);
+  std::vector<NodeSounding> soundings = {At(0, 0, 5.0F), At(0, 0, 35.0F), At(0, 0, 9.0F)};
+  const auto good = Noisy(random, 20, 20.0F, 0.1F);
+  soundings.insert(soundings.end(), good.begin(), good.end());
+  const HypothesisList hypotheses = Estimate(soundings);
+  ASSERT_EQ(hypotheses.size(), 4U);
+  EXPECT_NEAR(hypotheses[0].depth_m, 20.0, 0.1);
+  EXPECT_EQ(hypotheses[0].sample_count, 20U);
+}
+
+TEST(NodeEstimator, OffsetLinesGiveTwoHypotheses) {
+  int found = 0;
+  for (unsigned seed = 0; seed < 100; ++seed) {
+    std::mt19937 random(seed);
+    std::vector<NodeSounding> soundings = Noisy(random, 12, 20.0F, 0.06F);
+    const auto shifted = Noisy(random, 12, 20.3F, 0.06F);
+    soundings.insert(soundings.end(), shifted.begin(), shifted.end());
+    HypothesisList hypotheses = Estimate(soundings);
+    if (hypotheses.size() < 2) continue;
+    if (hypotheses[0].depth_m > hypotheses[1].depth_m) std::swap(hypotheses[0], hypotheses[1]);
+    EXPECT_NEAR(hypotheses[0].depth_m, 20.0, 0.12);
+    EXPECT_NEAR(hypotheses[1].depth_m, 20.3, 0.12);
+    ++found;
+  }
+  EXPECT_GE(found, 95);
+}
+
+TEST(NodeEstimator, PlainNoiseMostlyGivesOneHypothesis) {
+  int single = 0;
+  for (unsigned seed = 0; seed < 1000; ++seed) {
+    std::mt19937 random(seed);
+    if (Estimate(Noisy(random, 20, 20.0F, 0.1F)).size() == 1) ++single;
+  }
+  EXPECT_GE(single, 970);
+}
+
+TEST(NodeEstimator, TheReportedVarianceCoversTheErrors) {
+  int covered = 0;
+  constexpr int kRuns = 4000;
+  for (unsigned seed = 0; seed < kRuns; ++seed) {
+    std::mt19937 random(seed);
+    const Hypothesis best = Estimate(Noisy(random, 15, 20.0F, 0.1F)).front();
+    if (std::abs(best.depth_m - 20.0) <= 1.96 * std::sqrt(best.variance_m2)) ++covered;
+  }
+  EXPECT_GE(covered, static_cast<int>(0.93 * kRuns));
+  EXPECT_LE(covered, static_cast<int>(0.97 * kRuns));
+}
+
+TEST(NodeEstimator, TwiceTheVarianceAndRootTwoTheResidualsKeepTheHypotheses) {
+  for (unsigned seed = 0; seed < 50; ++seed) {
+    std::mt19937 random(seed);
+    std::vector<NodeSounding> soundings = Noisy(random, 20, 0.0F, 0.1F);
+    soundings[3].depth_m = -4.0F;
+    const HypothesisList before = Estimate(soundings);
+    const float root_two = std::sqrt(2.0F);
+    for (NodeSounding& sounding : soundings) {
+      sounding.depth_m *= root_two;
+      sounding.sigma_v_m *= root_two;
+    }
+    const HypothesisList after = Estimate(soundings);
+    ASSERT_EQ(after.size(), before.size());
+    for (std::size_t i = 0; i < after.size(); ++i) {
+      EXPECT_EQ(after[i].sample_count, before[i].sample_count);
+      EXPECT_NEAR(after[i].depth_m, before[i].depth_m * root_two, 1e-5);
+      EXPECT_NEAR(after[i].variance_m2, 2.0F * before[i].variance_m2, 1e-6);
+    }
+  }
+}
+
+class Recorder : public EstimatorTrace {
+ public:
+  void Step(const std::string& line) override { lines.push_back(line); }
+  std::vector<std::string> lines;
+};
+
+TEST(NodeEstimator, ATraceTellsEachStepInALine) {
+  Recorder recorder;
+  Estimate({At(0, 0, 20.0F), At(0, 0, 20.1F), At(0, 0, 5.0F)}, {}, &recorder);
+  ASSERT_EQ(recorder.lines.size(), 3U);
+  EXPECT_EQ(
+      recorder.lines[0],
+      "value 20.000 m sigma 0.100 m innovation 0.00 founds hypothesis 1: depth 20.000 m sigma "
+      "0.1000 m samples 1 evidence 0.00 0.00");
+  EXPECT_THAT(recorder.lines[1], testing::HasSubstr("joins hypothesis 1: depth 20.050 m"));
+  EXPECT_THAT(recorder.lines[2], testing::HasSubstr("founds hypothesis 2: depth 5.000 m"));
+}
+
+TEST(HypothesisStrength, IsZeroWithoutCompetitionAndGrowsToFive) {
+  EXPECT_EQ(HypothesisStrength(HypothesisList{}), 0.0F);
+  EXPECT_EQ(HypothesisStrength(HypothesisList{{20.0F, 0.01F, 12}}), 0.0F);
+  EXPECT_EQ(HypothesisStrength(HypothesisList{{20.0F, 0.01F, 10}, {19.0F, 0.01F, 2}}), 1.0F);
+  EXPECT_EQ(HypothesisStrength(HypothesisList{{20.0F, 0.01F, 10}, {19.0F, 0.01F, 10}}), 5.0F);
+  EXPECT_EQ(HypothesisStrength(HypothesisList{{20.0F, 0.01F, 10}, {19.0F, 0.01F, 30}}), 5.0F);
+}
+
+TEST(OrderBySupport, OfEqualSupportTheShallowerComesFirst) {
+  HypothesisList hypotheses = {{20.0F, 1.0F, 3}, {25.0F, 1.0F, 5}, {15.0F, 1.0F, 5}};
+  OrderBySupport(hypotheses);
+  EXPECT_EQ(hypotheses, (HypothesisList{{15.0F, 1.0F, 5}, {25.0F, 1.0F, 5}, {20.0F, 1.0F, 3}}));
+}
+
+}  // namespace
+}  // namespace quarro::core

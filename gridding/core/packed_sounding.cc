@@ -1,0 +1,37 @@
+#include "gridding/core/packed_sounding.h"
+
+#include <bit>
+
+namespace quarro::core {
+
+namespace {
+
+// The sign of a positive number is always clear, so the 16 bits below it hold all of the exponent
+// and the first 8 bits of the fraction.
+constexpr int kDroppedBits = 15;
+
+std::uint16_t Encode(float sigma_m) {
+  const auto bits = std::bit_cast<std::uint32_t>(sigma_m);
+  const std::uint32_t rounded = (bits + (1U << (kDroppedBits - 1))) >> kDroppedBits;
+  return static_cast<std::uint16_t>(rounded);
+}
+
+float Decode(std::uint16_t code) {
+  return std::bit_cast<float>(static_cast<std::uint32_t>(code) << kDroppedBits);
+}
+
+}  // namespace
+
+float PackedSounding::sigma_v_m() const { return Decode(sigma_v_code); }
+float PackedSounding::sigma_h_m() const { return Decode(sigma_h_code); }
+
+PackedSounding Pack(Position position, Position node, float depth_m, float sigma_v_m,
+                    float sigma_h_m) {
+  return {.east_m = static_cast<float>(position.easting_m - node.easting_m),
+          .north_m = static_cast<float>(position.northing_m - node.northing_m),
+          .depth_m = depth_m,
+          .sigma_v_code = Encode(sigma_v_m),
+          .sigma_h_code = Encode(sigma_h_m)};
+}
+
+}  // namespace quarro::core

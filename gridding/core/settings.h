@@ -1,0 +1,45 @@
+// The constants of the method, each a parameter with a default.
+#pragma once
+
+#include "support/mparams.h"
+
+namespace quarro::core {
+
+// Section Estimator.
+struct EstimatorSettings {
+  // Soundings within this many node spacings of a node are captured by it: half a diagonal of the
+  // lattice and a little over.
+  double capture_radius = 0.75;
+  // Arrivals that wait in the sorted queue; its median goes on when it is full.
+  int queue_length = 11;
+  // The shift, in standard deviations, of the model that a fit is monitored against.
+  double shift_sigmas = 2.0;
+  // A sounding farther than this from every hypothesis founds one of its own.
+  double outlier_sigmas = 4.0;
+  // Evidence (natural logarithm of the Bayes factor) for the shifted model, gathered over a run of
+  // soundings on one side, that ends a hypothesis's claim on the soundings that follow.
+  double run_evidence = 7.0;
+  // Soundings wanted around a low-resolution node before its reach shrinks.
+  int low_resolution_soundings = 20;
+};
+
+// Section Refinement.
+struct RefinementSettings {
+  // Least mean number of soundings a node over the part of a cell that has data.
+  double soundings_per_node = 5.0;
+  // Nodes are no closer than this many horizontal standard uncertainties of the cell's soundings.
+  double horizontal_uncertainty_factor = 1.0;
+};
+
+struct GridSettings {
+  double resolution_m = 0.0;      // side of a low-resolution cell
+  double min_resolution_m = 0.0;  // nodes are never closer
+  EstimatorSettings estimator;
+  RefinementSettings refinement;
+};
+
+// Throws ExSGClientBase for a value out of range, naming it and what is allowed.
+EstimatorSettings ReadEstimatorSettings(const MParams& params);
+RefinementSettings ReadRefinementSettings(const MParams& params);
+
+}  // namespace quarro::core

@@ -1,0 +1,50 @@
+// From pings and beams to projected soundings with their uncertainties.
+#pragma once
+
+#include <memory>
+
+#include "gridding/survey/soundings.h"
+#include "support/mparams.h"
+
+namespace quarro::survey {
+
+// The uncertainty of a beam for which its file tells none, as a function of depth and beam angle.
+struct UncertaintyModel {
+  // Vertical at nadir: sqrt(fixed^2 + (proportional * depth)^2), the fixed and depth-dependent
+  // parts of the IHO S-44 formula; grown by the beam angle; horizontal likewise. All 1 sigma.
+  double vertical_fixed_m = 0.13;
+  double vertical_proportional = 0.004;
+  double horizontal_fixed_m = 1.0;
+  double horizontal_proportional = 0.02;
+  double angle_growth = 1.0;  // both grow by 1 + angle_growth * tan^2(angle)
+  // Smallest 1-sigma values that any sounding is given, so that a zero in a file is not certainty.
+  double least_vertical_m = 0.02;
+  double least_horizontal_m = 0.05;
+};
+// Section Uncertainty. Throws ExSGClientBase for a value out of range.
+UncertaintyModel ReadUncertaintyModel(const MParams& params);
+
+// The UTM zone of a position: 1 to 60, negative in the southern hemisphere. The equator is
+// northern.
+int UtmZoneOf(double longitude_deg, double latitude_deg);
+
+// Places the beams of a line in one UTM zone on WGS84. One thread at a time: it owns its PROJ
+// transformation.
+class Georeferencer {
+ public:
+  // Throws ExSGClientBase when PROJ refuses the zone (0 or beyond 60).
+  Georeferencer(int utm_zone, const UncertaintyModel& model);
+  ~Georeferencer();
+
+  // Appends the usable beams of `chunk` to `out`. Adds flagged, refused and offered to `account`:
+  // positions more than kMostDegreesFromMeridian from the zone's central meridian are refused.
+  void Place(const PingChunk& chunk, Soundings& out, BeamAccount& account);
+
+  static constexpr double kMostDegreesFromMeridian = 9.0;  // the zone and both its neighbours
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace quarro::survey
