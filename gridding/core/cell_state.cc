@@ -37,7 +37,8 @@ double LeastReach(const GridSettings& settings) {
 }
 
 // Keeps the soundings no farther than the reach that they themselves define.
-void DropBeyondReach(const GridSettings& settings, std::vector<PackedSounding>& near) {
+void DropBeyondReach(const GridSettings& settings, CellState& state) {
+  std::vector<PackedSounding>& near = state.near;
   const auto wanted = static_cast<std::size_t>(settings.estimator.low_resolution_soundings);
   if (near.size() <= wanted) return;
   std::vector<double> distances(near.size());
@@ -48,10 +49,18 @@ void DropBeyondReach(const GridSettings& settings, std::vector<PackedSounding>& 
   const double least_m = LeastReach(settings);
   const double reach_squared = std::max(*nth, least_m * least_m);
   std::size_t kept = 0;
-  for (std::size_t i = 0; i < near.size(); ++i) {
-    if (distances[i] <= reach_squared) near[kept++] = near[i];
+  std::size_t next = 0;
+  for (LineRun& run : state.near_lines) {
+    const std::size_t end = next + run.count;
+    run.count = 0;
+    for (; next < end; ++next) {
+      if (distances[next] > reach_squared) continue;
+      near[kept++] = near[next];
+      ++run.count;
+    }
   }
   near.resize(kept);
+  std::erase_if(state.near_lines, [](const LineRun& run) { return run.count == 0; });
 }
 
 }  // namespace
@@ -90,8 +99,8 @@ std::uint32_t NodesPerSide(const CellStatistics& statistics, const GridSettings&
   return static_cast<std::uint32_t>(std::max(1.0, std::min(by_spacing, by_density)));
 }
 
-void AddSoundings(std::span<const PackedSounding> soundings, const GridSettings& settings,
-                  CellState& state) {
+void AddSoundings(std::span<const PackedSounding> soundings, std::uint32_t line,
+                  const GridSettings& settings, CellState& state) {
   CellStatistics& statistics = state.statistics;
   statistics.soundings += soundings.size();
   for (const PackedSounding& sounding : soundings) {
@@ -107,19 +116,27 @@ void AddSoundings(std::span<const PackedSounding> soundings, const GridSettings&
     statistics.deepest_m = std::max(statistics.deepest_m, sounding.depth_m);
   }
   state.near.insert(state.near.end(), soundings.begin(), soundings.end());
-  DropBeyondReach(settings, state.near);
+  if (state.near_lines.empty() || state.near_lines.back().line != line) {
+    state.near_lines.push_back({.line = line, .count = 0});
+  }
+  state.near_lines.back().count += static_cast<std::uint32_t>(soundings.size());
+  DropBeyondReach(settings, state);
 }
 
 void LowResolutionEstimator::Estimate(CellState& state, EstimatorTrace* trace) {
   soundings_.clear();
   double reach_squared = 0.0;
-  for (const PackedSounding& sounding : state.near) {
-    reach_squared = std::max(reach_squared, SquaredDistance(sounding));
-    soundings_.push_back({.east_m = sounding.east_m,
-                          .north_m = sounding.north_m,
-                          .depth_m = sounding.depth_m,
-                          .sigma_v_m = sounding.sigma_v_m(),
-                          .sigma_h_m = sounding.sigma_h_m()});
+  auto next = state.near.begin();
+  for (const LineRun& run : state.near_lines) {
+    for (const auto end = next + run.count; next != end; ++next) {
+      reach_squared = std::max(reach_squared, SquaredDistance(*next));
+      soundings_.push_back({.east_m = next->east_m,
+                            .north_m = next->north_m,
+                            .depth_m = next->depth_m,
+                            .sigma_v_m = next->sigma_v_m(),
+                            .sigma_h_m = next->sigma_h_m(),
+                            .line = run.line});
+    }
   }
   const double reach_m = std::max(std::sqrt(reach_squared), LeastReach(settings_));
   NodeSurroundings surroundings;
@@ -134,8 +151,10 @@ void Encode(const CellState& state, std::vector<std::byte>& out) {
   Encoder encoder(out);
   encoder.Put(state.statistics);
   encoder.Put(static_cast<std::uint32_t>(state.low.size()));
+  encoder.Put(static_cast<std::uint32_t>(state.near_lines.size()));
   encoder.Put(static_cast<std::uint32_t>(state.near.size()));
   encoder.PutArray(std::span<const Hypothesis>(state.low));
+  encoder.PutArray(std::span<const LineRun>(state.near_lines));
   encoder.PutArray(std::span<const PackedSounding>(state.near));
 }
 
@@ -143,10 +162,15 @@ void Decode(std::span<const std::byte> bytes, CellState& state) {
   Decoder decoder(bytes, "state");
   state.statistics = decoder.Get<CellStatistics>();
   const auto hypotheses = decoder.Get<std::uint32_t>();
+  const auto lines = decoder.Get<std::uint32_t>();
   const auto near = decoder.Get<std::uint32_t>();
   decoder.GetArray(hypotheses, state.low);
+  decoder.GetArray(lines, state.near_lines);
   decoder.GetArray(near, state.near);
   decoder.End();
+  std::uint64_t counted = 0;
+  for (const LineRun& run : state.near_lines) counted += run.count;
+  if (counted != near) throw EncodingError("the state of a cell does not add up");
 }
 
 }  // namespace quarro::core

@@ -43,12 +43,14 @@ std::uint32_t NodesPerSide(const CellStatistics& statistics, const GridSettings&
 struct CellState {
   CellStatistics statistics;
   std::vector<PackedSounding> near;
-  HypothesisList low;  // the estimate at the cell's node, in order of support
+  std::vector<LineRun> near_lines;  // which lines they are of, in their order
+  HypothesisList low;               // the estimate at the cell's node, in order of support
 };
 
-// Adds soundings to the statistics and to those near the node. Leaves the estimate as it was.
-void AddSoundings(std::span<const PackedSounding> soundings, const GridSettings& settings,
-                  CellState& state);
+// Adds soundings of one line to the statistics and to those near the node. Leaves the estimate as
+// it was. `line` is not smaller than in earlier calls.
+void AddSoundings(std::span<const PackedSounding> soundings, std::uint32_t line,
+                  const GridSettings& settings, CellState& state);
 
 // Estimates the depth at the cell's node. One thread an object.
 class LowResolutionEstimator {

@@ -40,7 +40,7 @@ TEST(CellStatistics, TellWhatTheSoundingsHold) {
   const std::vector<PackedSounding> soundings = {At(-4.9, -4.9, 10.0F, 0.25F, 1.0F),
                                                  At(4.9, -4.9, 12.0F, 0.25F, 3.0F),
                                                  At(4.9, 4.9, 14.0F, 0.5F, 1.0F)};
-  AddSoundings(soundings, Settings(10.0, 1.0), state);
+  AddSoundings(soundings, 1, Settings(10.0, 1.0), state);
   const CellStatistics& statistics = state.statistics;
   EXPECT_EQ(statistics.soundings, 3U);
   EXPECT_EQ(statistics.occupancy, (1ULL << 0U) | (1ULL << 7U) | (1ULL << 63U));
@@ -90,20 +90,33 @@ TEST(CellState, WhatIsKeptNearTheNodeDoesNotDependOnThePortionsItCameIn) {
   const auto soundings = Scattered(3, 2000, 8.0, 0.0);
   const GridSettings settings = Settings(16.0, 0.5);
   CellState at_once;
-  AddSoundings(soundings, settings, at_once);
+  AddSoundings(soundings, 1, settings, at_once);
   CellState in_portions;
   for (std::size_t first = 0; first < soundings.size(); first += 37) {
     const std::size_t count = std::min<std::size_t>(37, soundings.size() - first);
-    AddSoundings(std::span(soundings).subspan(first, count), settings, in_portions);
+    AddSoundings(std::span(soundings).subspan(first, count), 1, settings, in_portions);
   }
   EXPECT_EQ(in_portions.near, at_once.near);
   EXPECT_EQ(at_once.near.size(), 20U);
 }
 
+TEST(CellState, WhatIsKeptNearTheNodeIsKnownByLine) {
+  const GridSettings settings = Settings(16.0, 0.5);
+  CellState state;
+  AddSoundings(std::vector{At(7.0, 0.0, 1.0F), At(0.1, 0.0, 2.0F)}, 1, settings, state);
+  AddSoundings(std::vector{At(0.0, 7.0, 3.0F)}, 2, settings, state);
+  AddSoundings(std::vector(18, At(0.2, 0.0, 4.0F)), 3, settings, state);
+  EXPECT_EQ(state.near_lines, (std::vector<LineRun>{{1, 2}, {2, 1}, {3, 18}}));
+  AddSoundings(std::vector(18, At(0.0, 0.2, 5.0F)), 3, settings, state);
+  EXPECT_EQ(state.near_lines, (std::vector<LineRun>{{1, 1}, {3, 36}}));
+  EXPECT_EQ(state.near.front().depth_m, 2.0F);
+  EXPECT_EQ(state.near.size(), 37U);
+}
+
 TEST(LowResolutionEstimator, ACellWithOneSoundingHasADepth) {
   CellState state;
   const GridSettings settings = Settings(16.0, 0.5);
-  AddSoundings(std::vector{At(7.0, 7.0, 25.0F)}, settings, state);
+  AddSoundings(std::vector{At(7.0, 7.0, 25.0F)}, 1, settings, state);
   LowResolutionEstimator(settings).Estimate(state);
   ASSERT_EQ(state.low.size(), 1U);
   EXPECT_EQ(state.low[0].depth_m, 25.0F);
@@ -117,7 +130,7 @@ TEST(LowResolutionEstimator, OnASteepSlopeTheDepthAtTheNodeIsRightAndNotAmbiguou
   constexpr int kCells = 1000;
   for (unsigned seed = 0; seed < kCells; ++seed) {
     CellState state;
-    AddSoundings(Scattered(seed, 1000, 16.0, 0.3), settings, state);
+    AddSoundings(Scattered(seed, 1000, 16.0, 0.3), 1, settings, state);
     estimator.Estimate(state);
     hypotheses += state.low.size();
     const Hypothesis& best = state.low.front();
@@ -130,13 +143,15 @@ TEST(LowResolutionEstimator, OnASteepSlopeTheDepthAtTheNodeIsRightAndNotAmbiguou
 TEST(CellState, ReadsBackAsItWasWritten) {
   CellState state;
   const GridSettings settings = Settings(16.0, 0.5);
-  AddSoundings(Scattered(5, 300, 8.0, 0.1), settings, state);
+  AddSoundings(Scattered(5, 300, 8.0, 0.1), 1, settings, state);
+  AddSoundings(Scattered(6, 300, 8.0, 0.1), 4, settings, state);
   LowResolutionEstimator(settings).Estimate(state);
   std::vector<std::byte> bytes;
   Encode(state, bytes);
   CellState copy;
   Decode(bytes, copy);
   EXPECT_EQ(copy.near, state.near);
+  EXPECT_EQ(copy.near_lines, state.near_lines);
   EXPECT_EQ(copy.low, state.low);
   EXPECT_EQ(copy.statistics.soundings, state.statistics.soundings);
   std::vector<std::byte> again;

@@ -1,6 +1,7 @@
 #include "gridding/core/node_estimator.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 
@@ -19,13 +20,16 @@ void NodeEstimator::Estimate(std::span<const NodeSounding> soundings,
   trace_ = trace;
   queue_.clear();
   tracks_.clear();
-  for (const NodeSounding& sounding : soundings) Queue(ValueAt(sounding, surroundings));
+  for (std::size_t i = 0; i < soundings.size(); ++i) {
+    if (i != 0 && soundings[i].line != soundings[i - 1].line) Drain();
+    Queue(ValueAt(soundings[i], surroundings));
+  }
   Drain();
   hypotheses.clear();
   for (const Track& track : tracks_) {
-    hypotheses.push_back({.depth_m = static_cast<float>(track.depth_m),
-                          .variance_m2 = static_cast<float>(track.ForecastVariance()),
-                          .sample_count = track.sample_count});
+    hypotheses.push_back({.depth_m = static_cast<float>(track.Depth()),
+                          .variance_m2 = static_cast<float>(track.Variance()),
+                          .sample_count = track.sums.count});
   }
   OrderBySupport(hypotheses);
   if (hypotheses.size() > kMostHypotheses) hypotheses.resize(kMostHypotheses);
@@ -77,7 +81,7 @@ void NodeEstimator::Take(const Value& value) {
   for (std::size_t i = 0; i < tracks_.size(); ++i) {
     const Track& track = tracks_[i];
     const double e =
-        (value.depth_m - track.depth_m) / std::sqrt(track.ForecastVariance() + value.fit_variance);
+        (value.depth_m - track.Depth()) / std::sqrt(track.Variance() + value.fit_variance);
     if (best == tracks_.size() || std::abs(e) < std::abs(innovation)) {
       best = i;
       innovation = e;
@@ -89,49 +93,70 @@ void NodeEstimator::Take(const Value& value) {
     return;
   }
   Track& track = tracks_[best];
-  const double h = settings_.shift_sigmas;
-  track.evidence_deeper = std::max(0.0, track.evidence_deeper + h * innovation - 0.5 * h * h);
-  track.evidence_shoaler = std::max(0.0, track.evidence_shoaler - h * innovation - 0.5 * h * h);
-  if (std::max(track.evidence_deeper, track.evidence_shoaler) > settings_.run_evidence) {
-    track.evidence_deeper = 0.0;
-    track.evidence_shoaler = 0.0;
-    Found(value);
-    if (trace_ != nullptr) TraceTake(value, tracks_.size() - 1, innovation, "breaks away to found");
-    return;
+  const double depth_m = value.depth_m - track.origin_m;
+  track.sums.Add(depth_m, value);
+  Monitor(track.deeper, innovation, depth_m, value);
+  Monitor(track.shoaler, -innovation, depth_m, value);
+  if (BreakAway(track, track.deeper) || BreakAway(tracks_[best], tracks_[best].shoaler)) {
+    if (trace_ != nullptr) TraceTake(value, tracks_.size() - 1, innovation, "and its run found");
+  } else if (trace_ != nullptr) {
+    TraceTake(value, best, innovation, "joins");
   }
-  Join(track, value);
-  if (trace_ != nullptr) TraceTake(value, best, innovation, "joins");
 }
 
 void NodeEstimator::Found(const Value& value) {
-  const double weight = 1.0 / value.weight_variance;
-  tracks_.push_back({.depth_m = value.depth_m,
-                     .weight_sum = weight,
-                     .variance_sum = value.base_variance * weight * weight,
-                     .evidence_deeper = 0.0,
-                     .evidence_shoaler = 0.0,
-                     .sample_count = 1});
+  tracks_.push_back({.origin_m = value.depth_m, .sums = {}, .deeper = {}, .shoaler = {}});
+  tracks_.back().sums.Add(0.0, value);
 }
 
-void NodeEstimator::Join(Track& track, const Value& value) {
-  const double weight = 1.0 / value.weight_variance;
-  track.weight_sum += weight;
-  track.variance_sum += value.base_variance * weight * weight;
-  track.depth_m += (value.depth_m - track.depth_m) * (weight / track.weight_sum);
-  ++track.sample_count;
+void NodeEstimator::Monitor(Run& run, double excess, double depth_m, const Value& value) const {
+  const double h = settings_.shift_sigmas;
+  run.evidence += h * excess - 0.5 * h * h;
+  if (run.evidence <= 0.0) {
+    run = {};
+  } else {
+    run.sums.Add(depth_m, value);
+  }
+}
+
+// The values of the run found a hypothesis of their own; false when the evidence is too small, or
+// would leave none behind.
+bool NodeEstimator::BreakAway(Track& track, Run& run) {
+  if (run.evidence <= settings_.run_evidence || run.sums.count == track.sums.count) return false;
+  const Track founded{.origin_m = track.origin_m, .sums = run.sums, .deeper = {}, .shoaler = {}};
+  track.sums.Subtract(run.sums);
+  track.deeper = {};
+  track.shoaler = {};
+  tracks_.push_back(founded);
+  return true;
+}
+
+void NodeEstimator::Sums::Add(double depth_m, const Value& value) {
+  const double w = 1.0 / value.weight_variance;
+  weight += w;
+  depth += depth_m * w;
+  variance += value.base_variance * w * w;
+  ++count;
+}
+
+void NodeEstimator::Sums::Subtract(const Sums& other) {
+  weight -= other.weight;
+  depth -= other.depth;
+  variance -= other.variance;
+  count -= other.count;
 }
 
 void NodeEstimator::TraceTake(const Value& value, std::size_t track, double innovation,
                               const char* what) {
   const Track& now = tracks_[track];
-  char line[256];
-  std::snprintf(line, sizeof line,
+  std::array<char, 256> line{};
+  std::snprintf(line.data(), line.size(),
                 "value %.3f m sigma %.3f m innovation %.2f %s hypothesis %zu: depth %.3f m sigma "
                 "%.4f m samples %u evidence %.2f %.2f",
                 value.depth_m, std::sqrt(value.base_variance), innovation, what, track + 1,
-                now.depth_m, std::sqrt(now.ForecastVariance()), now.sample_count,
-                now.evidence_deeper, now.evidence_shoaler);
-  trace_->Step(line);
+                now.Depth(), std::sqrt(now.Variance()), now.sums.count, now.deeper.evidence,
+                now.shoaler.evidence);
+  trace_->Step(line.data());
 }
 
 }  // namespace quarro::core

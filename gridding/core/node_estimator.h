@@ -1,6 +1,7 @@
 // The depth of one node from the soundings around it, as one or several hypotheses.
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
@@ -17,6 +18,7 @@ struct NodeSounding {
   float depth_m = 0.0F;
   float sigma_v_m = 0.0F;
   float sigma_h_m = 0.0F;
+  std::uint32_t line = 0;  // survey lines differ by systematic offsets; the estimator heeds changes
 };
 
 // Slope of the seafloor, metres of depth a metre.
@@ -69,14 +71,27 @@ class NodeEstimator {
     double weight_variance;  // with the growth by distance
     double fit_variance;     // what the fit is judged by
   };
+  // Weighted sums of some values, depths counted from the founder's.
+  struct Sums {
+    double weight = 0.0;    // of 1 / weight_variance
+    double depth = 0.0;     // of depth / weight_variance
+    double variance = 0.0;  // of base_variance / weight_variance^2
+    std::uint32_t count = 0;
+    void Add(double depth_m, const Value& value);
+    void Subtract(const Sums& other);
+  };
+  // Values on one side of the forecast, since the evidence against it last was none.
+  struct Run {
+    double evidence = 0.0;
+    Sums sums;
+  };
   struct Track {
-    double depth_m;
-    double weight_sum;       // of 1 / weight_variance
-    double variance_sum;     // of base_variance / weight_variance^2
-    double evidence_deeper;  // for a model shifted to deeper values
-    double evidence_shoaler;
-    std::uint32_t sample_count;
-    double ForecastVariance() const { return variance_sum / (weight_sum * weight_sum); }
+    double origin_m = 0.0;
+    Sums sums;
+    Run deeper;
+    Run shoaler;
+    double Depth() const { return origin_m + sums.depth / sums.weight; }
+    double Variance() const { return sums.variance / (sums.weight * sums.weight); }
   };
 
   Value ValueAt(const NodeSounding& sounding, const NodeSurroundings& surroundings) const;
@@ -84,7 +99,8 @@ class NodeEstimator {
   void Drain();
   void Take(const Value& value);
   void Found(const Value& value);
-  static void Join(Track& track, const Value& value);
+  void Monitor(Run& run, double excess, double depth_m, const Value& value) const;
+  bool BreakAway(Track& track, Run& run);
   void TraceTake(const Value& value, std::size_t track, double innovation, const char* what);
 
   EstimatorSettings settings_;

@@ -10,7 +10,7 @@ namespace {
 
 NodeSounding At(float east_m, float north_m, float depth_m, float sigma_v_m = 0.1F,
                 float sigma_h_m = 0.0F) {
-  return {east_m, north_m, depth_m, sigma_v_m, sigma_h_m};
+  return {east_m, north_m, depth_m, sigma_v_m, sigma_h_m, 0};
 }
 
 HypothesisList Estimate(const std::vector<NodeSounding>& soundings,
@@ -72,21 +72,23 @@ TEST(NodeEstimator, EarlySpikesDoNotFoundTheReportedHypothesis) {
   EXPECT_EQ(hypotheses[0].sample_count, 20U);
 }
 
-TEST(NodeEstimator, OffsetLinesGiveTwoHypotheses) {
+// An offset of two standard deviations, so that single soundings of both lines overlap.
+TEST(NodeEstimator, OffsetLinesMostlyGiveTwoHypotheses) {
   int found = 0;
   for (unsigned seed = 0; seed < 100; ++seed) {
     std::mt19937 random(seed);
-    std::vector<NodeSounding> soundings = Noisy(random, 12, 20.0F, 0.06F);
-    const auto shifted = Noisy(random, 12, 20.3F, 0.06F);
+    std::vector<NodeSounding> soundings = Noisy(random, 12, 20.0F, 0.15F);
+    auto shifted = Noisy(random, 12, 20.3F, 0.15F);
+    for (NodeSounding& sounding : shifted) sounding.line = 1;
     soundings.insert(soundings.end(), shifted.begin(), shifted.end());
     HypothesisList hypotheses = Estimate(soundings);
     if (hypotheses.size() < 2) continue;
     if (hypotheses[0].depth_m > hypotheses[1].depth_m) std::swap(hypotheses[0], hypotheses[1]);
-    EXPECT_NEAR(hypotheses[0].depth_m, 20.0, 0.12);
-    EXPECT_NEAR(hypotheses[1].depth_m, 20.3, 0.12);
+    EXPECT_NEAR(hypotheses[0].depth_m, 20.0, 0.25);
+    EXPECT_NEAR(hypotheses[1].depth_m, 20.3, 0.25);
     ++found;
   }
-  EXPECT_GE(found, 95);
+  EXPECT_GE(found, 85);
 }
 
 TEST(NodeEstimator, PlainNoiseMostlyGivesOneHypothesis) {
@@ -95,7 +97,7 @@ TEST(NodeEstimator, PlainNoiseMostlyGivesOneHypothesis) {
     std::mt19937 random(seed);
     if (Estimate(Noisy(random, 20, 20.0F, 0.1F)).size() == 1) ++single;
   }
-  EXPECT_GE(single, 970);
+  EXPECT_GE(single, 980);
 }
 
 TEST(NodeEstimator, TheReportedVarianceCoversTheErrors) {

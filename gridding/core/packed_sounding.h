@@ -24,6 +24,13 @@ struct PackedSounding {
 };
 static_assert(sizeof(PackedSounding) == 16);
 
+// A run of soundings of one survey line.
+struct LineRun {
+  std::uint32_t line = 0;  // the grid's sequence number
+  std::uint32_t count = 0;
+  friend bool operator==(const LineRun&, const LineRun&) = default;
+};
+
 // Uncertainties are positive and finite, in metres.
 PackedSounding Pack(Position position, Position node, float depth_m, float sigma_v_m,
                     float sigma_h_m);

@@ -54,9 +54,9 @@ void CellRefiner::Collect(const Neighbourhood& cells) {
     if (!any) return;
     for (std::size_t i = 0; i < cells.size(); ++i) {
       if (cells[i] == nullptr || next_run[i] == cells[i]->runs.size()) continue;
-      const CellSoundings::LineRun& run = cells[i]->runs[next_run[i]];
+      const LineRun& run = cells[i]->runs[next_run[i]];
       if (run.line != line) continue;
-      CollectRun(std::span(cells[i]->soundings).subspan(next_sounding[i], run.count),
+      CollectRun(std::span(cells[i]->soundings).subspan(next_sounding[i], run.count), line,
                  (static_cast<double>(i % 3) - 1.0) * settings_.resolution_m,
                  (static_cast<double>(i / 3) - 1.0) * settings_.resolution_m);
       next_sounding[i] += run.count;
@@ -65,8 +65,8 @@ void CellRefiner::Collect(const Neighbourhood& cells) {
   }
 }
 
-void CellRefiner::CollectRun(std::span<const PackedSounding> run, double shift_east_m,
-                             double shift_north_m) {
+void CellRefiner::CollectRun(std::span<const PackedSounding> run, std::uint32_t line,
+                             double shift_east_m, double shift_north_m) {
   const double edge_m = 0.5 * settings_.resolution_m + spacing_m_;
   const auto bucket_along = [&](double offset_m) {
     const double along = std::floor((offset_m + edge_m) / spacing_m_);
@@ -80,7 +80,8 @@ void CellRefiner::CollectRun(std::span<const PackedSounding> run, double shift_e
                                     .north_m = static_cast<float>(north_m),
                                     .depth_m = sounding.depth_m,
                                     .sigma_v_m = sounding.sigma_v_m(),
-                                    .sigma_h_m = sounding.sigma_h_m()},
+                                    .sigma_h_m = sounding.sigma_h_m(),
+                                    .line = line},
                        .bucket = bucket_along(north_m) * buckets_ + bucket_along(east_m)});
   }
 }

@@ -18,12 +18,8 @@ namespace quarro::core {
 
 // All soundings of one cell, in the order of lines and, in each, of the file.
 struct CellSoundings {
-  struct LineRun {
-    std::uint32_t line = 0;  // the grid's sequence number, ascending
-    std::uint32_t count = 0;
-  };
   std::vector<PackedSounding> soundings;
-  std::vector<LineRun> runs;  // their counts add up to all soundings
+  std::vector<LineRun> runs;  // ascending lines; their counts add up to all soundings
 };
 
 // A cell and its eight neighbours, row-major from the south-west; null for one without data.
@@ -60,7 +56,8 @@ class CellRefiner {
   };
 
   void Collect(const Neighbourhood& cells);
-  void CollectRun(std::span<const PackedSounding> run, double shift_east_m, double shift_north_m);
+  void CollectRun(std::span<const PackedSounding> run, std::uint32_t line, double shift_east_m,
+                  double shift_north_m);
   void FillBuckets();
   void FindMedians();
   void FindTrends();

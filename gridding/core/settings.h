@@ -13,12 +13,12 @@ struct EstimatorSettings {
   // Arrivals that wait in the sorted queue; its median goes on when it is full.
   int queue_length = 11;
   // The shift, in standard deviations, of the model that a fit is monitored against.
-  double shift_sigmas = 2.0;
+  double shift_sigmas = 1.5;
   // A sounding farther than this from every hypothesis founds one of its own.
   double outlier_sigmas = 4.0;
   // Evidence (natural logarithm of the Bayes factor) for the shifted model, gathered over a run of
   // soundings on one side, that ends a hypothesis's claim on the soundings that follow.
-  double run_evidence = 7.0;
+  double run_evidence = 5.0;
   // Soundings wanted around a low-resolution node before its reach shrinks.
   int low_resolution_soundings = 20;
 };
