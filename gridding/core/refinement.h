@@ -35,6 +35,9 @@ struct Refinement {
   std::span<const Hypothesis> Node(std::size_t index) const {
     return std::span(hypotheses).subspan(first[index], first[index + 1] - first[index]);
   }
+  std::span<Hypothesis> MutableNode(std::size_t index) {
+    return std::span(hypotheses).subspan(first[index], first[index + 1] - first[index]);
+  }
 };
 
 // Refines cells one after another. One thread an object, which keeps its working memory.

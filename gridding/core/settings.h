@@ -21,6 +21,14 @@ struct EstimatorSettings {
   double run_evidence = 5.0;
   // Soundings wanted around a low-resolution node before its reach shrinks.
   int low_resolution_soundings = 20;
+  // True: an ambiguous node reports the hypothesis that agrees with its unambiguous neighbours.
+  // False: the one with most soundings.
+  bool ask_neighbours = true;
+  // A node is ambiguous when the runner-up has at least this share of the first one's soundings.
+  double ambiguous_share = 0.2;
+  // Neighbours are asked within this many node spacings, and heeded when there are enough of them.
+  double neighbour_reach = 5.0;
+  int fewest_neighbours = 8;
 };
 
 // Section Refinement.

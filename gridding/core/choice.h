@@ -1,0 +1,29 @@
+// Which hypothesis a refined node reports where several compete.
+#pragma once
+
+#include <array>
+
+#include "gridding/core/refinement.h"
+#include "gridding/core/settings.h"
+
+namespace quarro::core {
+
+// A cell's refinement and those of its neighbours, row-major from the south-west; null for a cell
+// without one.
+using RefinedNeighbourhood = std::array<const Refinement*, 9>;
+
+// Chooses for each node of the centre cell anew, whatever was chosen before, and moves the chosen
+// hypothesis to the front of the node's list.
+//
+// By support the one with most soundings is reported. By neighbours a node whose runner-up has at
+// least `ambiguous_share` of the soundings of the first reports the hypothesis nearest to what the
+// unambiguous nodes within `neighbour_reach` spacings of it lead one to expect: the median of their
+// depths, each carried to the node along their common slope. A school of fish outnumbers the
+// seafloor at a few nodes only, and the nodes around it tell. A node with a single hypothesis is
+// never changed, so a wreck or rock that every sounding of a node has met stays.
+//
+// `centre` is the refinement that cells[kCentre] points to, or a copy of it.
+void ChooseHypotheses(const RefinedNeighbourhood& cells, const GridSettings& settings,
+                      Refinement& centre);
+
+}  // namespace quarro::core
