@@ -11,6 +11,18 @@ namespace {
 constexpr double kMedianMagnitude = 0.6744897501960817;
 constexpr std::size_t kFewestPairs = 10;
 
+// Most medians are of a handful of values, where insertion beats selection.
+constexpr std::size_t kFewValues = 24;
+
+void SortFew(std::span<double> values) {
+  for (std::size_t i = 1; i < values.size(); ++i) {
+    const double value = values[i];
+    std::size_t j = i;
+    for (; j > 0 && values[j - 1] > value; --j) values[j] = values[j - 1];
+    values[j] = value;
+  }
+}
+
 struct Slopes {
   std::array<double, 6> values{};
   std::size_t count = 0;
@@ -39,6 +51,11 @@ double SlopeAlong(const std::array<BlockMedian, 9>& blocks, double block_m, std:
 }  // namespace
 
 double MedianOf(std::span<double> depths_m) {
+  if (depths_m.size() <= kFewValues) {
+    SortFew(depths_m);
+    const std::size_t half = depths_m.size() / 2;
+    return depths_m.size() % 2 == 1 ? depths_m[half] : 0.5 * (depths_m[half - 1] + depths_m[half]);
+  }
   const auto middle = depths_m.begin() + static_cast<std::ptrdiff_t>(depths_m.size() / 2);
   std::nth_element(depths_m.begin(), middle, depths_m.end());
   if (depths_m.size() % 2 == 1) return *middle;

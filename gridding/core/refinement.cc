@@ -18,22 +18,20 @@ void CellRefiner::Refine(std::uint32_t nodes_per_side, const Neighbourhood& cell
   FindMedians();
   FindTrends();
   FindNoise();
+  CaptureAll();
   out.nodes_per_side = side_;
   out.first.assign(1, 0);
   out.hypotheses.clear();
   NodeSurroundings surroundings;
   surroundings.spacing_m = spacing_m_;
   surroundings.noise_scale = noise_scale_;
-  for (std::uint32_t row = 0; row < side_; ++row) {
-    for (std::uint32_t column = 0; column < side_; ++column) {
-      const std::size_t node = static_cast<std::size_t>(row) * side_ + column;
-      Capture(row, column);
-      surroundings.trend = trends_[node];
-      estimator_.Estimate(captured_, surroundings, hypotheses_,
-                          node == traced_node ? trace : nullptr);
-      out.hypotheses.insert(out.hypotheses.end(), hypotheses_.begin(), hypotheses_.end());
-      out.first.push_back(static_cast<std::uint32_t>(out.hypotheses.size()));
-    }
+  for (std::size_t node = 0; node < trends_.size(); ++node) {
+    surroundings.trend = trends_[node];
+    const auto captured = std::span(captured_).subspan(
+        capture_starts_[node], capture_starts_[node + 1] - capture_starts_[node]);
+    estimator_.Estimate(captured, surroundings, hypotheses_, node == traced_node ? trace : nullptr);
+    out.hypotheses.insert(out.hypotheses.end(), hypotheses_.begin(), hypotheses_.end());
+    out.first.push_back(static_cast<std::uint32_t>(out.hypotheses.size()));
   }
 }
 
@@ -68,9 +66,10 @@ void CellRefiner::Collect(const Neighbourhood& cells) {
 void CellRefiner::CollectRun(std::span<const PackedSounding> run, std::uint32_t line,
                              double shift_east_m, double shift_north_m) {
   const double edge_m = 0.5 * settings_.resolution_m + spacing_m_;
+  const double last_bucket = buckets_ - 1.0;
   const auto bucket_along = [&](double offset_m) {
-    const double along = std::floor((offset_m + edge_m) / spacing_m_);
-    return static_cast<std::uint32_t>(std::clamp(along, 0.0, buckets_ - 1.0));
+    return static_cast<std::uint32_t>(
+        std::clamp((offset_m + edge_m) / spacing_m_, 0.0, last_bucket));
   };
   for (const PackedSounding& sounding : run) {
     const double east_m = sounding.east_m + shift_east_m;
@@ -82,23 +81,67 @@ void CellRefiner::CollectRun(std::span<const PackedSounding> run, std::uint32_t 
                                     .sigma_v_m = sounding.sigma_v_m(),
                                     .sigma_h_m = sounding.sigma_h_m(),
                                     .line = line},
-                       .bucket = bucket_along(north_m) * buckets_ + bucket_along(east_m)});
+                       .row = bucket_along(north_m),
+                       .column = bucket_along(east_m)});
   }
 }
 
 void CellRefiner::FillBuckets() {
   const std::size_t count = static_cast<std::size_t>(buckets_) * buckets_;
+  const auto bucket_of = [&](const Placed& placed) {
+    return static_cast<std::size_t>(placed.row) * buckets_ + placed.column;
+  };
   bucket_starts_.assign(count + 1, 0);
-  for (const Placed& placed : placed_) ++bucket_starts_[placed.bucket + 1];
+  for (const Placed& placed : placed_) ++bucket_starts_[bucket_of(placed) + 1];
   for (std::size_t i = 0; i < count; ++i) bucket_starts_[i + 1] += bucket_starts_[i];
   bucketed_.resize(placed_.size());
-  sequence_.resize(placed_.size());
-  std::vector<std::uint32_t> next(bucket_starts_.begin(), bucket_starts_.end() - 1);
-  for (std::uint32_t i = 0; i < placed_.size(); ++i) {
-    const std::uint32_t slot = next[placed_[i].bucket]++;
-    bucketed_[slot] = placed_[i].sounding;
-    sequence_[slot] = i;
+  next_.assign(bucket_starts_.begin(), bucket_starts_.end() - 1);
+  for (const Placed& placed : placed_) bucketed_[next_[bucket_of(placed)]++] = placed.sounding;
+}
+
+// Calls visit(node, sounding) for each pair in reach of one another, soundings in their order. A
+// reach below one spacing leaves four nodes to ask: that of the sounding's own bucket and the three
+// on the side of the bucket where it lies.
+template <typename Visit>
+void CellRefiner::VisitCaptures(const Visit& visit) const {
+  const double reach_m = settings_.estimator.capture_radius * spacing_m_;
+  const double first_node_m = 0.5 * spacing_m_ - 0.5 * settings_.resolution_m;
+  for (const Placed& placed : placed_) {
+    // Buckets begin one before the nodes.
+    const auto own_row = static_cast<std::int64_t>(placed.row) - 1;
+    const auto own_column = static_cast<std::int64_t>(placed.column) - 1;
+    const double from_own_north_m =
+        placed.sounding.north_m - (first_node_m + static_cast<double>(own_row) * spacing_m_);
+    const double from_own_east_m =
+        placed.sounding.east_m - (first_node_m + static_cast<double>(own_column) * spacing_m_);
+    const std::int64_t side_row = from_own_north_m < 0.0 ? -1 : 1;
+    const std::int64_t side_column = from_own_east_m < 0.0 ? -1 : 1;
+    for (int corner = 0; corner < 4; ++corner) {
+      const std::int64_t step_row = (corner & 1) != 0 ? side_row : 0;
+      const std::int64_t step_column = (corner & 2) != 0 ? side_column : 0;
+      const std::int64_t row = own_row + step_row;
+      const std::int64_t column = own_column + step_column;
+      if (row < 0 || column < 0 || row >= side_ || column >= side_) continue;
+      const double north_m = from_own_north_m - static_cast<double>(step_row) * spacing_m_;
+      const double east_m = from_own_east_m - static_cast<double>(step_column) * spacing_m_;
+      if (east_m * east_m + north_m * north_m > reach_m * reach_m) continue;
+      NodeSounding sounding = placed.sounding;
+      sounding.east_m = static_cast<float>(east_m);
+      sounding.north_m = static_cast<float>(north_m);
+      visit(static_cast<std::size_t>(row) * side_ + static_cast<std::size_t>(column), sounding);
+    }
   }
+}
+
+void CellRefiner::CaptureAll() {
+  const std::size_t nodes = trends_.size();
+  capture_starts_.assign(nodes + 1, 0);
+  VisitCaptures([&](std::size_t node, const NodeSounding&) { ++capture_starts_[node + 1]; });
+  for (std::size_t i = 0; i < nodes; ++i) capture_starts_[i + 1] += capture_starts_[i];
+  captured_.resize(capture_starts_.back());
+  next_.assign(capture_starts_.begin(), capture_starts_.end() - 1);
+  VisitCaptures(
+      [&](std::size_t node, const NodeSounding& sounding) { captured_[next_[node]++] = sounding; });
 }
 
 std::span<const NodeSounding> CellRefiner::Bucket(std::size_t bucket) const {
@@ -149,30 +192,6 @@ void CellRefiner::FindNoise() {
     }
   }
   noise_scale_ = noise_.Value();
-}
-
-void CellRefiner::Capture(std::uint32_t row, std::uint32_t column) {
-  const double node_east_m = (column + 0.5) * spacing_m_ - 0.5 * settings_.resolution_m;
-  const double node_north_m = (row + 0.5) * spacing_m_ - 0.5 * settings_.resolution_m;
-  const double reach_m = settings_.estimator.capture_radius * spacing_m_;
-  captured_order_.clear();
-  for (std::size_t i = 0; i < 9; ++i) {
-    const std::size_t bucket = (row + i / 3) * buckets_ + column + i % 3;
-    for (std::uint32_t slot = bucket_starts_[bucket]; slot < bucket_starts_[bucket + 1]; ++slot) {
-      const double east_m = bucketed_[slot].east_m - node_east_m;
-      const double north_m = bucketed_[slot].north_m - node_north_m;
-      if (east_m * east_m + north_m * north_m > reach_m * reach_m) continue;
-      captured_order_.push_back((std::uint64_t{sequence_[slot]} << 32U) | slot);
-    }
-  }
-  std::sort(captured_order_.begin(), captured_order_.end());
-  captured_.clear();
-  for (const std::uint64_t entry : captured_order_) {
-    NodeSounding sounding = bucketed_[static_cast<std::uint32_t>(entry)];
-    sounding.east_m = static_cast<float>(sounding.east_m - node_east_m);
-    sounding.north_m = static_cast<float>(sounding.north_m - node_north_m);
-    captured_.push_back(sounding);
-  }
 }
 
 void Encode(const Refinement& refinement, std::vector<std::byte>& out) {

@@ -55,7 +55,8 @@ class CellRefiner {
  private:
   struct Placed {
     NodeSounding sounding;  // of the cell's node
-    std::uint32_t bucket;
+    std::uint32_t row;      // of its bucket
+    std::uint32_t column;
   };
 
   void Collect(const Neighbourhood& cells);
@@ -65,7 +66,9 @@ class CellRefiner {
   void FindMedians();
   void FindTrends();
   void FindNoise();
-  void Capture(std::uint32_t row, std::uint32_t column);
+  void CaptureAll();
+  template <typename Visit>
+  void VisitCaptures(const Visit& visit) const;
   std::span<const NodeSounding> Bucket(std::size_t bucket) const;
 
   GridSettings settings_;
@@ -76,17 +79,17 @@ class CellRefiner {
   double spacing_m_ = 0.0;
   double noise_scale_ = 1.0;
 
-  std::vector<Placed> placed_;  // in the order in which nodes take them
-  std::vector<std::uint32_t> bucket_starts_;
-  std::vector<NodeSounding> bucketed_;   // bucket by bucket
-  std::vector<std::uint32_t> sequence_;  // of the soundings bucketed: their place in the order
-  std::vector<BlockMedian> medians_;     // one a bucket
-  std::vector<LocalTrend> trends_;       // one a node
+  std::vector<Placed> placed_;                 // in the order in which nodes take them
+  std::vector<std::uint32_t> bucket_starts_;   // one more than buckets
+  std::vector<NodeSounding> bucketed_;         // bucket by bucket
+  std::vector<BlockMedian> medians_;           // one a bucket
+  std::vector<LocalTrend> trends_;             // one a node
+  std::vector<std::uint32_t> capture_starts_;  // one more than nodes
+  std::vector<NodeSounding> captured_;         // node by node
   NoiseScale noise_;
 
+  std::vector<std::uint32_t> next_;
   std::vector<double> depths_m_;
-  std::vector<std::uint64_t> captured_order_;
-  std::vector<NodeSounding> captured_;
   HypothesisList hypotheses_;
 };
 

@@ -6,7 +6,7 @@ EstimatorSettings ReadEstimatorSettings(const MParams& params) {
   const std::string section = "Estimator";
   EstimatorSettings settings;
   settings.capture_radius =
-      LookupNumber(params, section, "CaptureRadius", settings.capture_radius, 0.5, 1.0);
+      LookupNumber(params, section, "CaptureRadius", settings.capture_radius, 0.5, 0.99);
   settings.queue_length = static_cast<int>(
       LookupInteger(params, section, "QueueLength", settings.queue_length, 1, 101));
   settings.shift_sigmas =
