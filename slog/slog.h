@@ -16,7 +16,9 @@ struct SlogLevel {
 };
 
 // Where a channel's messages go. Write is called with one whole message (it may hold several lines)
-// without a newline at its end; implementations are thread-safe and put it out in one piece.
+// without a newline at its end; implementations are thread-safe and put it out in one piece. What
+// Write throws is reported on the standard error, once until the drain works again, and the message
+// still goes to the channel's other drains.
 class SlogDrain {
  public:
   virtual ~SlogDrain() = default;
@@ -67,14 +69,18 @@ class Slog {
   // Selects the level of the message being composed; it falls back to 1 after each message.
   Slog& operator<<(SlogLevel level);
 
-  // The stream that takes the text of the message being composed. endmsg ends it.
+  // The stream that takes the text of the message being composed. endmsg ends it; text that no
+  // endmsg ends is dropped with the object. Numbers are written in the classic locale, and formats
+  // set on the stream hold to the end of the message.
   std::ostream& operator()();
 
-  // Messages below the filter's level are dropped. A channel's filter starts at 0.
+  // Messages whose level, as it stands at their end, is below the filter's are dropped. A channel's
+  // filter starts at 0.
   void SetFilter(SlogLevel level);
   int Filter() const;
   // A drain that the channel has already is not added again.
   void AddDrain(std::shared_ptr<SlogDrain> drain);
+  // A message that another thread is ending meanwhile may still reach a drain removed.
   void RemoveDrains();
 
  private:

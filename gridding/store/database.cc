@@ -10,17 +10,24 @@ namespace quarro::store {
 
 namespace {
 
-constexpr int kBusyTimeout_ms = 10'000;
 // After this much in the log a commit also moves it to the database.
 constexpr int kAutoCheckpointBytes = 64 * 1024 * 1024;
 constexpr int kKeptLogBytes = 128 * 1024 * 1024;
 
 std::string SystemText(int error) { return std::system_category().message(error); }
 
+int DiscError(int code, sqlite3* handle) {
+  const int seen_below = TakeLastDiscError();
+  const int kind = code & 0xff;
+  if (kind != SQLITE_IOERR && kind != SQLITE_CANTOPEN) return 0;
+  if (kind == SQLITE_IOERR && seen_below != 0) return seen_below;
+  return handle == nullptr ? 0 : sqlite3_system_errno(handle);
+}
+
 // SQLite's result code in plain words.
 std::string CauseOf(int code, sqlite3* handle) {
-  const int error = handle == nullptr ? 0 : sqlite3_system_errno(handle);
-  const std::string own = handle == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(handle);
+  const int error = DiscError(code, handle);
+  std::string own = handle == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(handle);
   const std::string why = error == 0 ? own : SystemText(error);
   if (code == SQLITE_IOERR_DATA) return "the database is damaged (a page fails its checksum)";
   switch (code & 0xff) {
@@ -92,20 +99,28 @@ void Connection::Configure(Mode mode, int cache_kib) {
   Execute("PRAGMA mmap_size = 0");
   Execute("PRAGMA cell_size_check = ON");
   Execute("PRAGMA temp_store = MEMORY");
+  Execute("PRAGMA secure_delete = OFF");
   Execute(("PRAGMA cache_size = -" + std::to_string(cache_kib)).c_str());
   if (mode == Mode::kCreate) {
     Execute(("PRAGMA page_size = " + std::to_string(kPageBytes)).c_str());
     int reserved = kPageChecksumBytes;
-    const int code =
-        sqlite3_file_control(handle_, "main", SQLITE_FCNTL_RESERVE_BYTES, &reserved);
+    const int code = sqlite3_file_control(handle_, "main", SQLITE_FCNTL_RESERVE_BYTES, &reserved);
     if (code != SQLITE_OK) Fail(code, "making it");
   }
   if (mode == Mode::kRead) return;
   Execute("PRAGMA synchronous = FULL");
-  Execute("PRAGMA journal_mode = WAL");
-  Execute(("PRAGMA wal_autocheckpoint = " + std::to_string(kAutoCheckpointBytes / kPageBytes))
-              .c_str());
+  UseLog();
+  Execute(
+      ("PRAGMA wal_autocheckpoint = " + std::to_string(kAutoCheckpointBytes / kPageBytes)).c_str());
   Execute(("PRAGMA journal_size_limit = " + std::to_string(kKeptLogBytes)).c_str());
+}
+
+void Connection::UseLog() {
+  Statement set(*this, "PRAGMA journal_mode = WAL");
+  set.Step([] { return "opening its log"; });
+  if (set.Text(0) != "wal") {
+    throw StoreError(grid_ + ": its file system does not support a write-ahead log");
+  }
 }
 
 void Connection::Execute(const char* sql) {
@@ -124,9 +139,8 @@ void Connection::FailDamaged(const std::string& what) const {
 }
 
 Statement::Statement(Connection& connection, std::string_view sql) : connection_(connection) {
-  const int code =
-      sqlite3_prepare_v3(connection.Handle(), sql.data(), static_cast<int>(sql.size()),
-                         SQLITE_PREPARE_PERSISTENT, &handle_, nullptr);
+  const int code = sqlite3_prepare_v3(connection.Handle(), sql.data(), static_cast<int>(sql.size()),
+                                      SQLITE_PREPARE_PERSISTENT, &handle_, nullptr);
   if (code != SQLITE_OK) connection.Fail(code, "reading its tables");
 }
 

@@ -23,6 +23,9 @@ std::string DescribeGrid(const std::string& name, const std::filesystem::path& f
 class Connection {
  public:
   enum class Mode { kRead, kWrite, kCreate };
+  // How long a connection waits for another one that holds what it needs.
+  static constexpr int kBusyTimeout_ms = 10'000;
+
   Connection(const std::filesystem::path& database, std::string grid, Mode mode, int cache_kib);
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -40,6 +43,7 @@ class Connection {
  private:
   void Open(const std::filesystem::path& database, Mode mode);
   void Configure(Mode mode, int cache_kib);
+  void UseLog();
 
   std::string grid_;
   sqlite3* handle_ = nullptr;

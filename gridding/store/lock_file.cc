@@ -1,15 +1,15 @@
 #include "gridding/store/lock_file.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <array>
 #include <cctype>
 #include <cerrno>
 #include <sstream>
 #include <system_error>
 #include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "gridding/store/grid_store.h"
 
@@ -63,8 +63,7 @@ LockFile::LockFile(const std::filesystem::path& folder, const std::string& grid_
   WriteHolder();
 }
 
-LockFile::LockFile(LockFile&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1)) {}
+LockFile::LockFile(LockFile&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
 
 LockFile::~LockFile() {
   if (descriptor_ < 0) return;

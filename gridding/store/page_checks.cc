@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <new>
+#include <utility>
 
 #include <sqlite3.h>
 #include <xxhash.h>
@@ -17,19 +19,28 @@ namespace {
 constexpr int kCheckedBytes = kPageBytes - kPageChecksumBytes;
 using Page = std::array<unsigned char, kPageBytes>;
 
-// What SQLite allocates for an open database file: this, and behind it the file of the system's own.
+// What SQLite allocates for an open database file: this, and behind it the file of the system's
+// own.
 struct CheckedFile {
   sqlite3_file base;  // first: SQLite sees the structure as this
-  Page* outgoing;     // a page with its checksum on its way to the disc; owned
+  Page* outgoing;     // a page with its checksum on its way to the disc; owned; null for a log
   sqlite3_file* Inner() { return reinterpret_cast<sqlite3_file*>(this + 1); }
 };
-static_assert(sizeof(CheckedFile) % alignof(std::max_align_t) == 0 || sizeof(CheckedFile) % 8 == 0);
+static_assert(sizeof(CheckedFile) % alignof(sqlite3_int64) == 0);
 
 CheckedFile* Checked(sqlite3_file* file) { return reinterpret_cast<CheckedFile*>(file); }
 sqlite3_file* Inner(sqlite3_file* file) { return Checked(file)->Inner(); }
 
-bool IsPage(int bytes, sqlite3_int64 offset) {
-  return bytes == kPageBytes && offset % kPageBytes == 0;
+bool IsPage(sqlite3_file* file, int bytes, sqlite3_int64 offset) {
+  return Checked(file)->outgoing != nullptr && bytes == kPageBytes && offset % kPageBytes == 0;
+}
+
+thread_local int last_disc_error = 0;
+
+// Remembers why the system refused: SQLite does not tell for a commit.
+int Remembered(int code) {
+  if ((code & 0xff) == SQLITE_IOERR && code != SQLITE_IOERR_SHORT_READ) last_disc_error = errno;
+  return code;
 }
 
 std::uint64_t ChecksumOf(const unsigned char* page, sqlite3_int64 offset) {
@@ -60,32 +71,30 @@ int Close(sqlite3_file* file) {
 
 int Read(sqlite3_file* file, void* to, int bytes, sqlite3_int64 offset) {
   const int code = Inner(file)->pMethods->xRead(Inner(file), to, bytes, offset);
-  if (code != SQLITE_OK || !IsPage(bytes, offset)) return code;
+  if (code != SQLITE_OK || !IsPage(file, bytes, offset)) return Remembered(code);
   return PageIsSound(static_cast<const unsigned char*>(to), offset) ? SQLITE_OK : SQLITE_IOERR_DATA;
 }
 
 int Write(sqlite3_file* file, const void* from, int bytes, sqlite3_int64 offset) {
-  if (!IsPage(bytes, offset)) {
-    return Inner(file)->pMethods->xWrite(Inner(file), from, bytes, offset);
+  if (!IsPage(file, bytes, offset)) {
+    return Remembered(Inner(file)->pMethods->xWrite(Inner(file), from, bytes, offset));
   }
   Page& page = *Checked(file)->outgoing;
   std::memcpy(page.data(), from, kCheckedBytes);
   PutChecksum(ChecksumOf(page.data(), offset), page.data() + kCheckedBytes);
-  return Inner(file)->pMethods->xWrite(Inner(file), page.data(), bytes, offset);
+  return Remembered(Inner(file)->pMethods->xWrite(Inner(file), page.data(), bytes, offset));
 }
 
 int Truncate(sqlite3_file* file, sqlite3_int64 size) {
-  return Inner(file)->pMethods->xTruncate(Inner(file), size);
+  return Remembered(Inner(file)->pMethods->xTruncate(Inner(file), size));
 }
 int Sync(sqlite3_file* file, int flags) {
-  return Inner(file)->pMethods->xSync(Inner(file), flags);
+  return Remembered(Inner(file)->pMethods->xSync(Inner(file), flags));
 }
 int FileSize(sqlite3_file* file, sqlite3_int64* size) {
   return Inner(file)->pMethods->xFileSize(Inner(file), size);
 }
-int Lock(sqlite3_file* file, int level) {
-  return Inner(file)->pMethods->xLock(Inner(file), level);
-}
+int Lock(sqlite3_file* file, int level) { return Inner(file)->pMethods->xLock(Inner(file), level); }
 int Unlock(sqlite3_file* file, int level) {
   return Inner(file)->pMethods->xUnlock(Inner(file), level);
 }
@@ -136,15 +145,16 @@ sqlite3_vfs* SystemFileSystem() { return sqlite3_vfs_find("unix"); }
 int Open(sqlite3_vfs* /*self*/, sqlite3_filename path, sqlite3_file* file, int flags,
          int* flags_out) {
   sqlite3_vfs* const system = SystemFileSystem();
+  const bool is_database = (flags & SQLITE_OPEN_MAIN_DB) != 0;
   // The log has checksums of SQLite's own.
-  if ((flags & SQLITE_OPEN_MAIN_DB) == 0) {
+  if (!is_database && (flags & SQLITE_OPEN_WAL) == 0) {
     return system->xOpen(system, path, file, flags, flags_out);
   }
   auto* const checked = new (file) CheckedFile{};
   const int code = system->xOpen(system, path, checked->Inner(), flags, flags_out);
   if (code != SQLITE_OK) return code;
-  checked->outgoing = new (std::nothrow) Page;
-  if (checked->outgoing == nullptr) {
+  if (is_database) checked->outgoing = new (std::nothrow) Page;
+  if (is_database && checked->outgoing == nullptr) {
     checked->Inner()->pMethods->xClose(checked->Inner());
     return SQLITE_NOMEM;
   }
@@ -166,6 +176,8 @@ const char* Register() {
 }
 
 }  // namespace
+
+int TakeLastDiscError() { return std::exchange(last_disc_error, 0); }
 
 const char* CheckedFileSystem() {
   static const char* const name = Register();

@@ -24,6 +24,15 @@ struct UncertaintyModel {
 // Section Uncertainty. Throws ExSGClientBase for a value out of range.
 UncertaintyModel ReadUncertaintyModel(const MParams& params);
 
+// 1 sigma of a beam, horizontal along one axis.
+struct BeamSigma {
+  double vertical_m = 0.0;
+  double horizontal_m = 0.0;
+};
+// What the model says of a beam at a depth and an across-track offset; the tangent of its angle is
+// across / depth, taken as no steeper than 80 degrees.
+BeamSigma ModelSigma(const UncertaintyModel& model, double depth_m, double across_m);
+
 // The UTM zone of a position: 1 to 60, negative in the southern hemisphere. The equator is
 // northern.
 int UtmZoneOf(double longitude_deg, double latitude_deg);

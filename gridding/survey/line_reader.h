@@ -22,9 +22,9 @@ class LineReader {
   virtual ~LineReader() = default;
 
   // Clears `chunk` and fills it with the pings that follow, in file order: as many whole pings as
-  // it takes to reach kBeamsPerChunk beams, the same for every run over the same bytes. Adds pings,
-  // soundings_per_ping and read to `account`. False, and an empty chunk, at the end. Throws
-  // LineError when not one whole ping could be read from the file.
+  // it takes to reach kBeamsPerChunk beams or kPingsPerChunk pings, the same for every run over the
+  // same bytes. Adds pings, soundings_per_ping and read to `account`. False, and an empty chunk, at
+  // the end. Throws LineError when not one whole ping could be read from the file.
   virtual bool Next(PingChunk& chunk, BeamAccount& account) = 0;
 
   // What a person should know of a file that was read in part ("record at byte 1234 runs past the
@@ -32,6 +32,7 @@ class LineReader {
   virtual std::string Remark() const = 0;
 
   static constexpr std::size_t kBeamsPerChunk = 65536;
+  static constexpr std::size_t kPingsPerChunk = 65536;  // bounds a file of pings without beams
 };
 
 // Opens a file by its extension, whatever its case: .xyz and .txt hold projected x y z, .llz and

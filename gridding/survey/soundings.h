@@ -28,6 +28,9 @@ struct Ping {
   double heading_deg = 0.0;    // clockwise from true north
   std::uint32_t first_beam = 0;
   std::uint32_t beam_count = 0;
+  // The file does not tell where its beams are: an array or its scale factors are missing or bad.
+  // The beams stand in the chunk as not-a-number and are refused as kIncomplete.
+  bool incomplete = false;
 };
 
 // A run of pings, their beams end to end as a structure of arrays.
@@ -49,13 +52,18 @@ struct PingChunk {
 enum class Refusal : std::uint8_t {
   kIncomplete,  // its ping lacks a depth, across-track or along-track array, or has bad scale
                 // factors
-  kNotFinite,   // a value that is not finite, or no depth of water at all
-  kPosition,    // the ship's position lies outside the globe
+  kNotFinite,   // a value that is not finite, a depth of exactly 0 (the files' mark of a beam
+                // without detection) or one that no place on Earth has, see kDeepest_m
+  kPosition,    // the ship's position lies outside the globe, or its heading outside [0, 360]
   kZone,        // too far from the grid's zone for the projection to stay accurate
   kUncertain,   // its horizontal uncertainty is wider than a cell of the grid
 };
 inline constexpr std::size_t kRefusals = 5;
-const char* RefusalText(Refusal reason);  // "beyond the grid's projection zone"
+// Beyond these no echosounder measures, so that such a value is damage. Heights above the chart
+// datum (negative depths) are as good as depths.
+inline constexpr float kDeepest_m = 12000.0F;
+inline constexpr float kWidest_m = 50000.0F;  // of an across- or along-track offset
+const char* RefusalText(Refusal reason);      // "beyond the grid's projection zone"
 
 // What became of every beam of a line. read = flagged + the refused + offered.
 struct BeamAccount {

@@ -1,0 +1,16 @@
+// A digest of a survey file's bytes, by which a line committed twice is known.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace quarro::survey {
+
+// XXH3 with 128 bits in its canonical (big-endian) order, the same on every machine; fast rather
+// than safe against forgery. Sets `bytes` to the number of bytes digested. Throws LineError when
+// the file cannot be read.
+std::array<std::byte, 16> DigestOfFile(const std::string& path, std::uint64_t& bytes);
+
+}  // namespace quarro::survey

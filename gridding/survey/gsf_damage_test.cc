@@ -1,0 +1,261 @@
+// What the reader makes of damaged files: exactly what survives, and what the remark says.
+#include <cmath>
+#include <functional>
+#include <random>
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "gridding/survey/georeference.h"
+#include "gridding/survey/gsf_reader.h"
+#include "gridding/survey/test_files.h"
+
+namespace quarro::survey {
+namespace {
+
+std::string ErrorOf(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const LineError& error) {
+    return error.what();
+  }
+  return "no error";
+}
+
+bool Contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+class GsfDamage : public testing::Test {
+ protected:
+  WholeLine Read(const std::string& bytes) { return ReadWhole(scratch_.Write("line.gsf", bytes)); }
+  // Of a file that gives nothing.
+  std::string Refusal(const std::string& bytes) {
+    const std::string path = scratch_.Write("line.gsf", bytes);
+    return ErrorOf([&] { ReadWhole(path); });
+  }
+  // How many beams the georeferencer would give the grid.
+  std::uint64_t Offered(const WholeLine& line) {
+    BeamAccount account;
+    Soundings soundings;
+    georeferencer_.Place(line.chunk, soundings, account);
+    EXPECT_EQ(line.account.read, account.flagged + account.Refused() + account.offered);
+    EXPECT_EQ(soundings.size(), account.offered);
+    return account.offered;
+  }
+
+  ScratchDirectory scratch_;
+  Georeferencer georeferencer_{20, {}};
+};
+
+TEST_F(GsfDamage, MissingEmptyAndIrregularFilesAreNamed) {
+  const std::string missing = scratch_.File("none.gsf");
+  EXPECT_TRUE(Contains(ErrorOf([&] { OpenLine(missing); }), missing));
+  EXPECT_TRUE(Contains(Refusal(""), "is empty"));
+  EXPECT_TRUE(Contains(ErrorOf([&] { OpenLine(scratch_.File("")); }), "is a directory"));
+  const std::string pipe = scratch_.File("pipe.gsf");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  EXPECT_TRUE(Contains(ErrorOf([&] { OpenLine(pipe); }), "is no regular file"));
+}
+
+TEST_F(GsfDamage, TextInPlaceOfGsfIsRefused) {
+  EXPECT_TRUE(Contains(Refusal("easting northing depth\n1 2 3\n"), "is not a GSF file"));
+  EXPECT_TRUE(Contains(Refusal("x"), "is not a GSF file"));
+  EXPECT_TRUE(Contains(Refusal(GoodPing()), "is not a GSF file"));
+}
+
+TEST_F(GsfDamage, UnknownVersionsAreRefused) {
+  for (const char* version : {"GSF-v01.02", "GSF-v04.00", "GSF-vab.cd", "GSF-v03", "PDF-v03.01"}) {
+    EXPECT_TRUE(Contains(Refusal(Header(version) + GoodPing()), "version")) << version;
+  }
+}
+
+TEST_F(GsfDamage, AHeaderAloneIsNoLine) {
+  EXPECT_TRUE(Contains(Refusal(Header()), "holds no whole ping"));
+  EXPECT_TRUE(Contains(Refusal(Header() + Record(6, "comment.")), "holds no whole ping"));
+}
+
+TEST_F(GsfDamage, TruncationAtAnyByteKeepsTheWholePingsBeforeIt) {
+  const std::string start = Header() + GoodPing();
+  const std::string whole = start + GoodPing();
+  for (std::size_t size = 1; size < whole.size(); ++size) {
+    const std::string bytes = whole.substr(0, size);
+    if (size < start.size()) {
+      EXPECT_NE(Refusal(bytes), "no error") << size;
+      continue;
+    }
+    const WholeLine line = Read(bytes);
+    EXPECT_EQ(line.account.pings, 1U) << size;
+    EXPECT_FLOAT_EQ(line.chunk.depth_m.at(1), 56.78F) << size;
+    EXPECT_EQ(line.remark.empty(), size == start.size()) << size;
+    if (size > start.size()) {
+      EXPECT_TRUE(Contains(line.remark, "at byte " + std::to_string(start.size()))) << line.remark;
+    }
+  }
+}
+
+TEST_F(GsfDamage, ASizeBeyondTheFileEndsTheLine) {
+  const WholeLine line =
+      Read(Header() + GoodPing() + Word32(0xFFFFFFF0) + Word32(2) + std::string(100, '\0'));
+  EXPECT_EQ(line.account.pings, 1U);
+  EXPECT_TRUE(Contains(line.remark, "4294967280 bytes runs past the end of the file"));
+}
+
+TEST_F(GsfDamage, ZerosInPlaceOfRecordsEndTheLine) {
+  const WholeLine line = Read(Header() + GoodPing() + std::string(4096, '\0') + GoodPing());
+  EXPECT_EQ(line.account.pings, 1U);
+  EXPECT_TRUE(Contains(line.remark, "zeros"));
+}
+
+TEST_F(GsfDamage, AWrongChecksumLosesThatPingAndWhatOthersInheritFromIt) {
+  const std::string data = PingHeader({}) + UsualScales() + TwoBeams();
+  std::uint32_t sum = 0;
+  for (const char c : data) sum += static_cast<unsigned char>(c);
+  const auto with_checksum = [&](std::uint32_t checksum) {
+    return Word32(static_cast<std::int64_t>(data.size())) + Word32(0x80000002) + Word32(checksum) +
+           data;
+  };
+  EXPECT_EQ(Read(Header() + with_checksum(sum)).remark, "");
+  const WholeLine line = Read(Header() + with_checksum(sum) + with_checksum(sum + 1) +
+                              Record(2, PingHeader({}) + TwoBeams()) + GoodPing());
+  EXPECT_EQ(line.account.pings, 3U);
+  EXPECT_TRUE(Contains(line.remark, "checksum")) << line.remark;
+  EXPECT_TRUE(Contains(line.remark, "(and 1 more)")) << line.remark;
+  EXPECT_FALSE(line.chunk.pings.at(0).incomplete);
+  EXPECT_TRUE(line.chunk.pings.at(1).incomplete);
+  EXPECT_FALSE(line.chunk.pings.at(2).incomplete);
+  EXPECT_EQ(Offered(line), 4U);
+}
+
+TEST_F(GsfDamage, PingsWithoutBeamsAreCounted) {
+  const WholeLine line =
+      Read(Header() + Record(2, PingHeader({.beams = 0}) + UsualScales()) + GoodPing());
+  EXPECT_EQ(line.account.pings, 2U);
+  EXPECT_EQ(line.account.read, 2U);
+  EXPECT_EQ(line.chunk.pings.at(0).beam_count, 0U);
+  EXPECT_EQ(line.remark, "");
+  EXPECT_EQ(Offered(line), 2U);
+}
+
+TEST_F(GsfDamage, NegativeBeamCountsAndShortPingsAreLeftOut) {
+  const WholeLine line = Read(Header() + Record(2, PingHeader({.beams = -5}) + UsualScales()) +
+                              Record(2, std::string(40, '\0')) + Record(2, "") + GoodPing());
+  EXPECT_EQ(line.account.pings, 1U);
+  EXPECT_EQ(line.account.read, 2U);
+  EXPECT_TRUE(Contains(line.remark, "-5 beams")) << line.remark;
+  EXPECT_TRUE(Contains(line.remark, "(and 2 more)")) << line.remark;
+}
+
+TEST_F(GsfDamage, ManyBeamsWithoutTheirArraysAllocateNoMoreThanTheyCount) {
+  const WholeLine line =
+      Read(Header() + Record(2, PingHeader({.beams = 32767}) + UsualScales() + TwoBeams()));
+  EXPECT_EQ(line.account.read, 32767U);
+  EXPECT_EQ(Offered(line), 0U);
+}
+
+struct IncompleteCase {
+  const char* name;
+  std::string body;
+  const char* remark;
+};
+
+TEST_F(GsfDamage, PingsThatDoNotTellWhereTheirBeamsAreGiveNoSounding) {
+  const std::string scales = UsualScales();
+  const std::string depth = Subrecord(1, Word16(1) + Word16(2));
+  const std::string across = Subrecord(2, Word16(1) + Word16(2));
+  const std::string along = Subrecord(3, Word16(1) + Word16(2));
+  const std::string all = depth + across + along;
+  const std::vector<IncompleteCase> cases = {
+      {"no depth", scales + across + along, "lacks its depth array"},
+      {"no across", scales + depth + along, "lacks its across-track array"},
+      {"no along", scales + depth + across, "lacks its along-track array"},
+      {"nothing", "", "lacks its depth array"},
+      {"no scale factor", all, "no scale factor"},
+      {"multiplier 0", Scales({{1, 0, 0}, {2, 10, 0}, {3, 10, 0}}) + all, "no scale factor"},
+      {"scale of one array only", Scales({{1, 10, 0}}) + all, "across-track array has no scale"},
+      {"array no multiple of N", scales + Subrecord(1, "abc") + across + along, "does not fit 2"},
+      {"three bytes a beam", scales + Subrecord(1, "abcdef") + across + along, "does not fit 2"},
+      {"flags of another number", scales + all + Subrecord(16, "abc"), "beam flags of 3 bytes"},
+      {"array past the end", scales + across + along + Word32(1 << 24 | 400) + "ab", "runs past"},
+      {"skipped past the end", scales + all + Word32(21 << 24 | 9) + "abcde", "runs past"},
+      {"too many scale factors", Subrecord(100, Word32(9)) + all, "cannot hold what it counts"},
+      {"negative scale factors", Subrecord(100, Word32(-1)) + all, "cannot hold what it counts"},
+      {"huge scale factors", Subrecord(100, Word32(0x7FFFFFFF)) + all, "cannot hold"},
+      {"no scale-factor count", Subrecord(100, "ab") + all, "cannot hold what it counts"},
+  };
+  for (const IncompleteCase& one : cases) {
+    const WholeLine line = Read(Header() + Record(2, PingHeader({}) + one.body));
+    EXPECT_EQ(line.account.pings, 1U) << one.name;
+    EXPECT_EQ(line.account.read, 2U) << one.name;
+    EXPECT_TRUE(line.chunk.pings.at(0).incomplete) << one.name;
+    EXPECT_TRUE(std::isnan(line.chunk.depth_m.at(0))) << one.name;
+    EXPECT_TRUE(Contains(line.remark, one.remark)) << one.name << ": " << line.remark;
+    EXPECT_EQ(Offered(line), 0U) << one.name;
+  }
+}
+
+TEST_F(GsfDamage, BadScaleFactorsAreNotReplacedByOlderOnes) {
+  const WholeLine line = Read(Header() + GoodPing() +
+                              Record(2, PingHeader({}) + Subrecord(100, Word32(9)) + TwoBeams()) +
+                              Record(2, PingHeader({}) + TwoBeams()) + GoodPing());
+  EXPECT_EQ(line.account.read, 8U);
+  EXPECT_EQ(Offered(line), 4U);
+}
+
+TEST_F(GsfDamage, ASkippedSubrecordMayLackThePaddingItCounts) {
+  const WholeLine line = Read(Header() + Record(2, PingHeader({}) + UsualScales() + TwoBeams() +
+                                                       Word32(21 << 24 | 8) + "abcde"));
+  EXPECT_EQ(line.remark, "");
+  EXPECT_EQ(Offered(line), 2U);
+}
+
+TEST_F(GsfDamage, BadErrorArraysLeaveTheDepthsUsable) {
+  const std::string scales =
+      Scales({{1, 100, 0}, {2, 10, 0}, {3, 10, 0}, {19, 0, 0}, {20, 100, 0}});
+  const WholeLine line =
+      Read(Header() + Record(2, PingHeader({}) + scales + TwoBeams() +
+                                    Subrecord(19, Word16(1) + Word16(1)) + Subrecord(20, "abc")));
+  EXPECT_TRUE(std::isnan(line.chunk.sigma_v_m.at(0)));
+  EXPECT_TRUE(std::isnan(line.chunk.sigma_h_m.at(0)));
+  EXPECT_EQ(Offered(line), 2U);
+}
+
+TEST_F(GsfDamage, PositionsOffTheGlobeGiveNoSounding) {
+  const auto ping = [](const PingFields& fields) {
+    return Record(2, PingHeader(fields) + UsualScales() + TwoBeams());
+  };
+  const WholeLine line = Read(Header() + ping({.longitude_deg = 181.0}) +
+                              ping({.longitude_deg = -180.5}) + ping({.latitude_deg = 91.0}) +
+                              ping({.latitude_deg = -90.1}) + ping({.heading_deg = 510.0}));
+  BeamAccount account;
+  Soundings soundings;
+  Georeferencer(20, {}).Place(line.chunk, soundings, account);
+  EXPECT_EQ(account.refused[static_cast<std::size_t>(Refusal::kPosition)], 10U);
+  EXPECT_EQ(soundings.size(), 0U);
+}
+
+TEST_F(GsfDamage, RandomDamageNeverCrashesAndEveryBeamIsAccountedFor) {
+  const unsigned seed = 4711;
+  std::mt19937 random(seed);
+  const std::string good = Header() + GoodPing() + GoodPing() +
+                           Record(2, PingHeader({}) + TwoBeams() + Subrecord(16, "ab")) +
+                           Record(12, std::string(28, 'x')) + GoodPing();
+  for (int round = 0; round < 3000; ++round) {
+    std::string bytes = good;
+    const unsigned flips = 1 + random() % 8;
+    for (unsigned i = 0; i < flips; ++i) {
+      bytes[random() % bytes.size()] = static_cast<char>(random());
+    }
+    bytes.resize(bytes.size() - random() % 8);
+    const std::string path = scratch_.Write("line.gsf", bytes);
+    try {
+      Offered(ReadWhole(path));
+    } catch (const LineError&) {
+      continue;  // nothing was left of it
+    }
+    ASSERT_FALSE(HasFailure()) << "round " << round << " of seed " << seed;
+  }
+}
+
+}  // namespace
+}  // namespace quarro::survey

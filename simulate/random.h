@@ -1,0 +1,40 @@
+// Random numbers that depend on what they are for and on nothing else, so that a survey is the same
+// whatever the number of threads and the order of the work.
+#pragma once
+
+#include <cstdint>
+
+namespace quarro::simulate {
+
+// What a beam's numbers are for: one number for each.
+enum class Purpose : std::uint64_t {
+  kDepth,
+  kAcross,
+  kAlong,
+  kFlagged,
+  kSpike,
+  kSpikeSize,
+  kSpikeSide,
+};
+
+// The standard normal deviate below which lies a part `probability` of the distribution, within
+// (0, 1); good to 15 digits (Wichura's algorithm AS 241).
+double NormalQuantile(double probability);
+
+// The random numbers of one ping. A value.
+class PingRandom {
+ public:
+  PingRandom(std::uint64_t seed, std::uint64_t line, std::uint64_t ping);
+
+  // In (0, 1), never its ends.
+  double Uniform(std::uint64_t beam, Purpose purpose) const;
+  // Of mean 0 and variance 1.
+  double Normal(std::uint64_t beam, Purpose purpose) const {
+    return NormalQuantile(Uniform(beam, purpose));
+  }
+
+ private:
+  std::uint64_t key_;
+};
+
+}  // namespace quarro::simulate

@@ -1,0 +1,26 @@
+// Seafloors whose depth is known everywhere.
+#pragma once
+
+#include <memory>
+
+#include "gridding/survey/utm.h"
+#include "simulate/survey_options.h"
+
+namespace quarro::simulate {
+
+// Constant after construction: any thread may ask.
+class Seafloor {
+ public:
+  virtual ~Seafloor() = default;
+  // Metres, positive down, at least kShallowest_m, at a position of the survey's UTM zone.
+  virtual double DepthAt(const survey::GridPoint& at) const = 0;
+
+  static constexpr double kShallowest_m = 0.5;  // where a seafloor would rise above the water
+};
+
+// The seafloor that the options name, with its depth at `origin`. Throws SimulationError for a name
+// that is none.
+std::unique_ptr<Seafloor> MakeSeafloor(const SurveyOptions& options,
+                                       const survey::GridPoint& origin);
+
+}  // namespace quarro::simulate

@@ -1,0 +1,51 @@
+// What a simulated survey is like: its checks and what follows from it.
+#include "simulate/survey_options.h"
+
+#include <cmath>
+#include <numbers>
+#include <sstream>
+
+namespace quarro::simulate {
+namespace {
+
+void CheckRange(const char* option, double value, double lowest, double highest) {
+  if (value >= lowest && value <= highest) return;
+  std::ostringstream text;
+  text.imbue(std::locale::classic());
+  text << "--" << option << " is " << value << "; it must lie between " << lowest << " and "
+       << highest;
+  throw SimulationError(text.str());
+}
+
+}  // namespace
+
+void SurveyOptions::Check() const {
+  CheckRange("depth", depth_m, 1.0, survey::kDeepest_m);
+  CheckRange("slope", slope, -2.0, 2.0);
+  CheckRange("slope-azimuth", slope_azimuth_deg, -360.0, 360.0);
+  CheckRange("lines", lines, 1, 9999);
+  CheckRange("line-length", line_length_m, 1.0, 200000.0);
+  CheckRange("line-spacing", line_spacing_m, 0.0, 100000.0);
+  CheckRange("overlap", overlap, -2.0, 0.99);
+  CheckRange("latitude", latitude_deg, -80.0, 84.0);
+  CheckRange("longitude", longitude_deg, -180.0, 180.0);
+  CheckRange("heading", heading_deg, 0.0, 360.0);
+  CheckRange("beams", beams, 1, 32767);
+  CheckRange("swath", swath_deg, 0.0, 160.0);
+  CheckRange("ping-rate", ping_rate_hz, 0.01, 100.0);
+  CheckRange("speed", speed_m_s, 0.1, 30.0);
+  CheckRange("noise", noise, 0.0, 100.0);
+  CheckRange("spikes", spikes, 0.0, 1.0);
+  CheckRange("flagged", flagged, 0.0, 1.0);
+  CheckRange("spikes and --flagged together", spikes + flagged, 0.0, 1.0);
+}
+
+double SurveyOptions::Spacing_m() const {
+  if (line_spacing_m > 0.0) return line_spacing_m;
+  const double half_rad = swath_deg / 2.0 * std::numbers::pi / 180.0;
+  return std::max(2.0 * depth_m * std::tan(half_rad) * (1.0 - overlap), 1.0);
+}
+
+int SurveyOptions::Zone() const { return survey::UtmZoneOf(longitude_deg, latitude_deg); }
+
+}  // namespace quarro::simulate
