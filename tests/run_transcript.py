@@ -8,7 +8,7 @@ A case is a folder with
   stdout.expected  standard output
   stderr.expected  standard error
   status.expected  optional: exit status, 0 if absent
-  filters          optional: lines "pattern => replacement" applied to both outputs
+  filters          optional: lines "pattern => replacement" (Python) applied to both outputs
   check            optional: a shell script run afterwards in the scratch directory
   needs_data       optional: the case is skipped where the shared survey data is absent
 
@@ -37,8 +37,8 @@ def filters_of(case):
     if path.exists():
         for line in path.read_text().splitlines():
             if line:
-                pattern, replacement = line.split(" => ")
-                rules.append((pattern, replacement))
+                pattern, _, replacement = line.partition(" =>")
+                rules.append((pattern, replacement.strip()))
     return rules
 
 
@@ -64,14 +64,15 @@ def run_client(client, arguments, commands, scratch, environment):
 
 
 def main():
-    client, source, case = sys.argv[1], sys.argv[2], pathlib.Path(sys.argv[3])
+    client, source, case = (pathlib.Path(argument).resolve() for argument in sys.argv[1:4])
+    client, source = str(client), str(source)
     record = "--record" in sys.argv
     data = pathlib.Path(source).parent / "shared" / "data"
     if (case / "needs_data").exists() and not (data / "deep_30khz.gsf").exists():
         print(f"SKIPPED: {case.name} needs the survey data beside the project, which is absent")
         return SKIPPED
     environment = dict(os.environ, QUARRO_SOURCE=source, QUARRO_CLIENT=client,
-                       QUARRO_SIMULATE=str(pathlib.Path(client).parent.parent / "simulate" /
+                       QUARRO_SIMULATE=str(pathlib.Path(client).resolve().parent.parent / "simulate" /
                                            "Quarro_Simulate"),
                        QUARRO_DATA=str(data), TERM="dumb")
     with tempfile.TemporaryDirectory(prefix="quarro_transcript_") as folder:
