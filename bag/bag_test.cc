@@ -484,7 +484,7 @@ TEST(BagFiles, AreWrittenByManyThreadsAtOnceAsByOneAlone) {
   const TestFolder folder;
   const TestGrid grid = {.name = "grid",
                          .rows = 100,
-                         .columns = 2100,
+                         .columns = 1100,
                          .nodes_per_side = [](std::uint32_t row, std::uint32_t column) {
                            return (row + column) % 7 == 0 ? 3U : 0U;
                          }};

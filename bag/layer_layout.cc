@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cmath>
 #include <cstring>
 #include <limits>
 #include <type_traits>
@@ -160,7 +161,7 @@ void Extremes::addField(std::size_t index, std::span<const std::byte> records) {
     if (valueAt<std::uint32_t>(record) == null_key) continue;
     const auto value = valueAt<Value>(record + field.offset);
     if constexpr (std::is_same_v<Value, float>) {
-      if (value == null_float || value != value) continue;
+      if (value == null_float || std::isnan(value)) continue;
     }
     least = std::min(least, value);
     greatest = std::max(greatest, value);

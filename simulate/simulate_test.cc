@@ -174,6 +174,7 @@ TEST(Survey, DepthErrorsAreNormalWithTheSigmaThatTheFileTells) {
 TEST(Survey, HorizontalErrorsShowOnASlopeAsTheModelTells) {
   SurveyOptions options = SmallSurvey();
   options.line_length_m = 400.0;
+  options.depth_m = 300.0;  // so that the slope stays under water
   options.slope = 0.5;
   options.swath_deg = 0.0;  // straight down, so that all beams have the same sigma
   const Normalised errors = ErrorsOf(options);

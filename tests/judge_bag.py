@@ -227,6 +227,7 @@ def judge_known(verdict, path, expected, schema):
         cells = root["varres_metadata"][...]
         nodes = root["varres_nodes"][0, :]
     verdict.same_array(cells["index"] != NULL_INDEX, sides > 0, "which cells are refined")
+    judge_cells(verdict, cells[sides > 0], spacing / sides[sides > 0], sides[sides > 0])
     supergrids = list_supergrids(path) if (sides > 0).any() else {}
     refined = [(int(r), int(c)) for r, c in np.argwhere(sides > 0)]
     verdict.equal(sorted(supergrids), refined, "cells listed as supergrids")
@@ -237,6 +238,15 @@ def judge_known(verdict, path, expected, schema):
         judge_refinement_nodes(verdict, nodes, cells[r, c], int(sides[r, c]), r, c)
     if (sides > 0).all() and len(np.unique(sides)) == 1:
         judge_resampled(verdict, path, expected, int(sides[0, 0]))
+
+
+def judge_cells(verdict, cells, resolution, sides):
+    """The record of every refined cell: square, its nodes centred in it."""
+    for axis in "xy":
+        verdict.same_array(cells[f"dimensions_{axis}"], sides, f"dimensions_{axis}")
+        verdict.same_array(cells[f"resolution_{axis}"], resolution.astype("<f4"),
+                           f"resolution_{axis}")
+        verdict.near(cells[f"sw_corner_{axis}"], resolution / 2, 1e-6, f"sw_corner_{axis}")
 
 
 def values_at(x, y, row, column):
@@ -329,10 +339,13 @@ def judge_unknown(verdict, path, epsg, schema):
         start = int(cell["index"])
         verdict.same_array(bands[0], depths[start:start + nx * ny].reshape(ny, nx),
                            f"depths of {what}")
-        verdict.check(0 < cell["sw_corner_x"] and 0 < cell["sw_corner_y"] and
-                      cell["sw_corner_x"] + (nx - 1) * cell["resolution_x"] <= spacing_x and
-                      cell["sw_corner_y"] + (ny - 1) * cell["resolution_y"] <= -spacing_y,
-                      f"{what} reaches out of its cell")
+    flat = cells[cells["index"] != NULL_INDEX]
+    for axis, spacing in (("x", spacing_x), ("y", -spacing_y)):
+        corner = flat[f"sw_corner_{axis}"].astype("<f8")
+        reach = corner + (flat[f"dimensions_{axis}"] - 1.0) * flat[f"resolution_{axis}"]
+        # Single precision, of numbers about as large as a cell.
+        verdict.check(np.all((corner > 0) & (reach <= spacing * (1 + 1e-6))),
+                      f"a refinement reaches out of its cell along {axis}")
 
 
 def report(verdict):

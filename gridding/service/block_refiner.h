@@ -1,0 +1,80 @@
+// Refinement of the cells of one block.
+#pragma once
+
+#include <array>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+#include "gridding/core/refinement.h"
+#include "gridding/service/cell_blocks.h"
+#include "gridding/service/traces.h"
+#include "gridding/store/grid_store.h"
+
+namespace quarro::service {
+
+// Shares an amount of memory out among threads. Any thread.
+class MemoryGate {
+ public:
+  explicit MemoryGate(std::uint64_t bytes) : bytes_(bytes) {}
+  std::uint64_t bytes() const { return bytes_; }
+
+  // Waits until `bytes` are free; more than there are at all count as all of them.
+  void Acquire(std::uint64_t bytes);
+  void Release(std::uint64_t bytes);
+
+ private:
+  const std::uint64_t bytes_;
+  std::mutex mutex_;  // guards used_
+  std::condition_variable changed_;
+  std::uint64_t used_ = 0;
+};
+
+struct RefinedCell {
+  core::CellIndex cell;
+  store::Bytes block;  // empty: the cell is not refined
+  std::uint64_t nodes = 0;
+};
+
+// Refines blocks one after another. It holds three rows of cells of a block, so that each cell's
+// soundings are read about once, or only a cell and its neighbours where three rows of them are
+// more than the gate gives. One thread at a time.
+class BlockRefiner {
+ public:
+  // The references must outlive this.
+  BlockRefiner(store::Snapshot& snapshot, const core::GridSettings& settings, MemoryGate& gate);
+
+  // Adds an entry to `out` for each cell of the mask that has data, row-major.
+  void Refine(core::CellIndex block, std::uint64_t mask, const TraceList& traces,
+              std::vector<RefinedCell>& out);
+
+ private:
+  static constexpr std::int32_t kRing = CellBlocks::kSide + 2;  // a block and a ring around it
+  struct Slot {
+    core::CellSoundings soundings;
+    std::int64_t row = -1;  // in the block and its ring; -1: nothing loaded
+  };
+
+  void FindCells(core::CellIndex first);
+  std::uint64_t BytesOfRows() const;
+  void RefineCell(core::CellIndex cell, std::int32_t row, std::int32_t column,
+                  const TraceList& traces, RefinedCell& out);
+  const core::CellSoundings* Soundings(core::CellIndex cell, std::int32_t row, std::int32_t column);
+  void ForgetAllBut(std::int32_t row, std::int32_t column);
+
+  store::Snapshot& snapshot_;
+  const core::GridSettings settings_;
+  MemoryGate& gate_;
+  core::CellRefiner refiner_;
+  core::CellState state_;
+  core::Refinement refinement_;
+  // Of the block and its ring, row-major.
+  std::array<std::uint64_t, static_cast<std::size_t>(kRing) * kRing> counts_{};
+  std::array<std::uint32_t, static_cast<std::size_t>(kRing) * kRing> nodes_per_side_{};
+  std::array<std::array<Slot, kRing>, 3> slots_;  // row modulo 3, column
+  store::Bytes bytes_;
+  std::vector<store::Snapshot::LineRun> runs_;
+};
+
+}  // namespace quarro::service

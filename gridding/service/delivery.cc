@@ -1,0 +1,137 @@
+#include "gridding/service/delivery.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "gridding/service/engine_log.h"
+#include "gridding/service/failures.h"
+
+namespace quarro::service {
+
+Delivery::Delivery() {
+  threads_.emplace_back([this] { RunInOrder(); });
+  for (int i = 0; i < kFreeThreads; ++i) threads_.emplace_back([this] { RunFree(); });
+}
+
+Delivery::~Delivery() {
+  {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return outstanding_.empty(); });
+    stopping_ = true;
+  }
+  changed_.notify_all();
+  for (std::thread& thread : threads_) thread.join();
+}
+
+RequestPtr Delivery::Accept(ResultCallback on_done, RequestKind kind, Order order,
+                            std::uint32_t result_number) {
+  auto request = std::make_shared<Request>();
+  request->kind = kind;
+  request->order = order;
+  request->result_number = result_number;
+  request->on_done = std::move(on_done);
+  request->accepted = Clock::now();
+  request->begun = request->accepted;
+  const std::lock_guard lock(mutex_);
+  request->sequence = next_sequence_++;
+  outstanding_.insert(request->sequence);
+  return request;
+}
+
+void Delivery::Deliver(const RequestPtr& request, std::unique_ptr<SEBaseResult> result,
+                       std::uint64_t bytes) {
+  Announce(request, pool_.Put(*request, std::move(result), bytes));
+}
+
+void Delivery::Fail(const RequestPtr& request, const std::exception_ptr& failure) {
+  Announce(request, pool_.PutFailure(*request, AsEngineFailure(failure)));
+}
+
+void Delivery::Announce(const RequestPtr& request, const SEResultToken& token) {
+  {
+    const std::lock_guard lock(mutex_);
+    (request->order == Order::kFree ? free_ : in_order_).push_back({request, token});
+  }
+  changed_.notify_all();
+}
+
+void Delivery::FailUnannounced(std::uint64_t sequence, const std::exception_ptr& failure) {
+  std::vector<std::uint32_t> uids;
+  {
+    const std::lock_guard lock(mutex_);
+    for (const Announcement& waiting : free_) {
+      if (waiting.request->sequence < sequence && IsGridResult(waiting.request->kind)) {
+        uids.push_back(waiting.token.uid);
+      }
+    }
+  }
+  for (const std::uint32_t uid : uids) pool_.Replace(uid, AsEngineFailure(failure));
+}
+
+void Delivery::WaitForAll() {
+  std::unique_lock lock(mutex_);
+  const std::uint64_t end = next_sequence_;
+  changed_.wait(lock, [&] { return outstanding_.empty() || *outstanding_.begin() >= end; });
+}
+
+void Delivery::WaitFor(const RequestPtr& request) {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return outstanding_.count(request->sequence) == 0; });
+}
+
+bool Delivery::OnCallbackThread() const {
+  return std::any_of(threads_.begin(), threads_.end(), [](const std::thread& thread) {
+    return thread.get_id() == std::this_thread::get_id();
+  });
+}
+
+void Delivery::RunInOrder() {
+  std::unique_lock lock(mutex_);
+  const auto ready = [this] {
+    if (in_order_.empty()) return stopping_;
+    const Request& next = *in_order_.front().request;
+    return next.order == Order::kInOrder || *outstanding_.begin() == next.sequence;
+  };
+  for (;;) {
+    changed_.wait(lock, ready);
+    if (in_order_.empty()) return;
+    const Announcement next = std::move(in_order_.front());
+    in_order_.pop_front();
+    lock.unlock();
+    Run(next);
+    lock.lock();
+  }
+}
+
+void Delivery::RunFree() {
+  std::unique_lock lock(mutex_);
+  for (;;) {
+    changed_.wait(lock, [this] { return !free_.empty() || stopping_; });
+    if (free_.empty()) return;
+    const Announcement next = std::move(free_.front());
+    free_.pop_front();
+    lock.unlock();
+    Run(next);
+    lock.lock();
+  }
+}
+
+void Delivery::Run(const Announcement& announcement) {
+  try {
+    if (announcement.request->on_done) announcement.request->on_done(announcement.token);
+  } catch (...) {
+    LogEngine(kLogRefusal, std::string("a call-back for a ") +
+                               RequestKindText(announcement.request->kind) +
+                               " request threw: " + ReasonOf(std::current_exception()));
+  }
+  // What the call-back holds on to goes before anyone is told that it has returned.
+  announcement.request->on_done.clear();
+  pool_.MarkAnnounced(announcement.token.uid);
+  {
+    const std::lock_guard lock(mutex_);
+    outstanding_.erase(announcement.request->sequence);
+  }
+  changed_.notify_all();
+}
+
+}  // namespace quarro::service

@@ -1,0 +1,30 @@
+// What the parameter file tells the engine.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+
+#include "gridding/core/settings.h"
+#include "gridding/survey/georeference.h"
+#include "support/mparams.h"
+
+namespace quarro::service {
+
+struct EngineConfig {
+  std::filesystem::path working_directory = ".";
+  std::uint32_t threads = 1;       // that compute at the same time
+  std::uint64_t memory_bytes = 0;  // for cells and soundings in work
+  bool allow_duplicate_lines = false;
+  int utm_zone = 0;  // negative south; 0: taken from the first line
+  core::EstimatorSettings estimator;
+  core::RefinementSettings refinement;
+  survey::UncertaintyModel uncertainty;
+
+  // Results larger than this are kept in a file in the working directory.
+  std::uint64_t result_heap_bytes = std::uint64_t{16} << 20U;
+};
+
+// Throws ExSGClientBase for a value out of range, naming it and what is allowed.
+EngineConfig ReadEngineConfig(const MParams& params);
+
+}  // namespace quarro::service

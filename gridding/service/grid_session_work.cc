@@ -1,0 +1,222 @@
+// What the grid thread does: opening grids, lines, and the other barriers.
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include <tbb/global_control.h>
+
+#include "gridding/service/engine_log.h"
+#include "gridding/service/extraction.h"
+#include "gridding/service/failures.h"
+#include "gridding/service/grid_refiner.h"
+#include "gridding/service/grid_session.h"
+#include "gridding/service/grid_session_jobs.h"
+#include "gridding/service/line_ingest.h"
+
+namespace quarro::service {
+
+namespace {
+
+// Of the engine's memory, what soundings in refinement may take; the rest is for blocks that wait
+// to be written, snapshots, and the store.
+constexpr std::uint64_t kRefinementShare = 2;
+
+std::uint32_t Capped(std::uint64_t count) {
+  return static_cast<std::uint32_t>(
+      std::min<std::uint64_t>(count, std::numeric_limits<std::uint32_t>::max()));
+}
+
+std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
+
+void LogFailure(const std::string& what, const std::exception_ptr& failure) {
+  LogEngine(kLogRefusal, what + " failed: " + ReasonOf(failure));
+}
+
+}  // namespace
+
+std::shared_ptr<void> GridSession::LimitThreads(std::uint32_t threads) {
+  return std::make_shared<tbb::global_control>(tbb::global_control::max_allowed_parallelism,
+                                               threads);
+}
+
+OpenGrid& GridSession::GridForWork() {
+  OpenGrid* grid = current_.grid();
+  if (grid == nullptr) throw ExSGCNoGrid("no grid is open");
+  return *grid;
+}
+
+void GridSession::SubmitBarrier(const RequestPtr& request,
+                                std::function<void(const CancelFlag&)> work) {
+  EndLineRun();
+  grid_work_.Submit(request, [this, request, work = std::move(work)](const CancelFlag& cancelled) {
+    std::exception_ptr failure;
+    try {
+      work(cancelled);
+    } catch (...) {
+      failure = std::current_exception();
+    }
+    EndGridChange(request->sequence);
+    if (failure) {
+      LogFailure(RequestKindText(request->kind), failure);
+      delivery_.Fail(request, failure);
+    } else {
+      delivery_.Deliver(request, std::make_unique<ResultPosAck>(), sizeof(ResultPosAck));
+    }
+  });
+}
+
+void GridSession::EndGridChange(std::uint64_t sequence) {
+  const std::lock_guard lock(mutex_);
+  std::erase_if(grid_changes_, [&](const auto& change) { return change.first == sequence; });
+}
+
+void GridSession::Open(const OpenGridJob& job) {
+  auto result = std::make_unique<ResultGridLoaded>();
+  std::exception_ptr failure;
+  try {
+    const OpenGrid* current = current_.grid();
+    const bool is_current = current != nullptr && current->store->Name() == job.name;
+    if (!is_current) {
+      current_.Set(OpenNew(job));
+      traces_.StopAll();
+    } else if (job.parameters) {
+      ReplaceCurrent(job);
+      traces_.StopAll();
+    }
+    const OpenGrid& grid = GridForWork();
+    result->bounds = BoundsOfGrid(grid.lattice, grid.store->TakeSnapshot()->GetTotals());
+    LogEngine(kLogStep, "grid " + Quoted(job.name) + " is open");
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  EndGridChange(job.request->sequence);
+  if (failure) {
+    LogFailure((job.parameters ? "making grid " : "loading grid ") + Quoted(job.name), failure);
+    delivery_.Fail(job.request, failure);
+  } else {
+    delivery_.Deliver(job.request, std::move(result), sizeof(ResultGridLoaded));
+  }
+}
+
+std::unique_ptr<OpenGrid> GridSession::OpenNew(const OpenGridJob& job) {
+  if (job.parameters) {
+    std::string set_aside_as;
+    auto created = store::GridStore::Create(config_.working_directory, job.name, *job.parameters,
+                                            set_aside_as);
+    if (!set_aside_as.empty()) {
+      LogEngine(kLogWarning,
+                "there was a grid " + Quoted(job.name) + ": it is kept as " + Quoted(set_aside_as));
+    }
+    return std::make_unique<OpenGrid>(std::move(created), config_);
+  }
+  auto grid = std::make_unique<OpenGrid>(
+      store::GridStore::Open(config_.working_directory, job.name), config_);
+  if (config_.utm_zone != 0 && grid->utm_zone != 0 && grid->utm_zone != config_.utm_zone) {
+    LogEngine(kLogWarning, "grid " + Quoted(job.name) + " is in UTM zone " +
+                               std::to_string(grid->utm_zone) + ", in which its lines go on; " +
+                               "UTMZone of section Projection is " +
+                               std::to_string(config_.utm_zone));
+  }
+  return grid;
+}
+
+// A store that is open cannot be set aside, so the current grid is closed first and opened again
+// when the new one cannot be made.
+void GridSession::ReplaceCurrent(const OpenGridJob& job) {
+  current_.BeginReplacement();
+  try {
+    current_.EndReplacement(OpenNew(job));
+    return;
+  } catch (...) {
+    const std::exception_ptr failure = std::current_exception();
+    std::unique_ptr<OpenGrid> reopened;
+    try {
+      reopened = std::make_unique<OpenGrid>(
+          store::GridStore::Open(config_.working_directory, job.name), config_);
+    } catch (...) {
+      LogFailure("opening grid " + Quoted(job.name) + " again", std::current_exception());
+    }
+    current_.EndReplacement(std::move(reopened));
+    std::rethrow_exception(failure);
+  }
+}
+
+void GridSession::RunLine(const std::shared_ptr<LineJob>& job, const CancelFlag& cancelled) {
+  auto result = std::make_unique<ResultLineAdded>();
+  result->line_id = job->line_id;
+  try {
+    Ingest(*job, cancelled, *result);
+  } catch (...) {
+    LogFailure("line " + std::to_string(job->line_id) + " " + Quoted(job->file_name),
+               std::current_exception());
+    result->failed = 1;
+  }
+  job->feed.reset();
+  if (job->rendezvous && current_.grid() != nullptr) {
+    try {
+      Synchronise();
+    } catch (...) {
+      LogFailure("synchronising after line " + Quoted(job->file_name), std::current_exception());
+    }
+  }
+  delivery_.Deliver(job->request, std::move(result), sizeof(ResultLineAdded));
+}
+
+void GridSession::Ingest(LineJob& job, const CancelFlag& cancelled, ResultLineAdded& result) {
+  ThrowIfCancelled(cancelled);
+  OpenGrid& grid = GridForWork();
+  StartFeed(job);
+  std::shared_ptr<LineJob> next;
+  {
+    const std::lock_guard lock(mutex_);
+    next = std::move(job.next);
+  }
+  // The line that follows is read ahead while this one is in work, unless this one may decide the
+  // zone.
+  if (next && ZoneForLines(grid, config_) != 0) StartFeed(*next);
+  LogEngine(kLogStep,
+            "line " + std::to_string(job.line_id) + " " + Quoted(job.file_name) + " begins");
+  const survey::BeamAccount account =
+      IngestLine(grid, config_, traces_.List(), job.file_name, *job.feed, cancelled);
+  result.pings = Capped(account.pings);
+  result.soundings_per_ping = account.soundings_per_ping;
+  result.rejected_by_flag = Capped(account.flagged);
+  result.offered = Capped(account.offered);
+  result.used = Capped(account.used);
+  LogEngine(kLogAccount, "line " + std::to_string(job.line_id) + " " + Quoted(job.file_name) +
+                             ": " + AccountText(account));
+}
+
+void GridSession::StartFeed(LineJob& job) {
+  if (job.feed) return;
+  const OpenGrid& grid = GridForWork();
+  job.feed = std::make_unique<LineFeed>(job.file_name, grid.lattice, ZoneForLines(grid, config_),
+                                        config_.uncertainty);
+}
+
+void GridSession::Synchronise() {
+  OpenGrid& grid = GridForWork();
+  grid.store->Checkpoint();
+  LogEngine(kLogStep, "grid " + Quoted(grid.store->Name()) + " is synchronised");
+}
+
+void GridSession::RefineGrid(std::uint32_t threads, const ResultCallback& on_done) {
+  const RequestPtr request =
+      delivery_.Accept(on_done, RequestKind::kRefineGrid, Order::kAfterAllEarlier);
+  const std::uint32_t asked = threads == 0 ? config_.threads : std::min(threads, config_.threads);
+  SubmitBarrier(request, [this, asked](const CancelFlag& cancelled) {
+    ThrowIfCancelled(cancelled);
+    OpenGrid& grid = GridForWork();
+    const RefinementSummary summary =
+        service::RefineGrid(grid, traces_.List(),
+                            {.threads = asked,
+                             .memory_bytes = config_.memory_bytes / kRefinementShare,
+                             .spool_directory = config_.working_directory},
+                            cancelled);
+    LogEngine(kLogStep, "grid " + Quoted(grid.store->Name()) + ": " +
+                            std::to_string(summary.cells) + " cells refined into " +
+                            std::to_string(summary.nodes) + " nodes");
+  });
+}
+
+}  // namespace quarro::service

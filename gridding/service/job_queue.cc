@@ -1,0 +1,102 @@
+#include "gridding/service/job_queue.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "support/exceptions.h"
+
+namespace quarro::service {
+
+namespace {
+
+// Weight of the last duration in the moving average.
+constexpr double kLastWeight = 0.25;
+
+}  // namespace
+
+void ThrowIfCancelled(const CancelFlag& cancelled) {
+  if (cancelled.IsSet()) throw ExSGClientBase("cancelled, since the grid was dropped at once");
+}
+
+JobQueue::JobQueue(int threads) {
+  for (int i = 0; i < threads; ++i) threads_.emplace_back([this] { Run(); });
+}
+
+JobQueue::~JobQueue() {
+  {
+    const std::lock_guard lock(mutex_);
+    stopping_ = true;
+  }
+  changed_.notify_all();
+  for (std::thread& thread : threads_) thread.join();
+}
+
+void JobQueue::Submit(const RequestPtr& request, Job job) {
+  auto entry = std::make_shared<Entry>();
+  entry->request = request;
+  entry->job = std::move(job);
+  {
+    const std::lock_guard lock(mutex_);
+    waiting_.push_back(std::move(entry));
+  }
+  changed_.notify_all();
+}
+
+void JobQueue::CancelBefore(std::uint64_t sequence) {
+  const auto cancel = [&](Entry& entry) {
+    if (entry.request->sequence < sequence && entry.request->kind != RequestKind::kOpenGrid) {
+      entry.cancelled.Set();
+    }
+  };
+  const std::lock_guard lock(mutex_);
+  for (const auto& entry : running_) cancel(*entry);
+  for (const auto& entry : waiting_) cancel(*entry);
+}
+
+void JobQueue::WaitUntilIdle() {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [this] { return waiting_.empty() && running_.empty(); });
+}
+
+std::size_t JobQueue::waiting() const {
+  const std::lock_guard lock(mutex_);
+  return waiting_.size();
+}
+
+std::size_t JobQueue::unfinished() const {
+  const std::lock_guard lock(mutex_);
+  return waiting_.size() + running_.size();
+}
+
+double JobQueue::ExpectedDuration() const {
+  const std::lock_guard lock(mutex_);
+  double sum_s = 0.0;
+  for (const auto& entry : waiting_) {
+    sum_s += mean_duration_s_[static_cast<std::size_t>(entry->request->kind)];
+  }
+  return sum_s / static_cast<double>(threads_.size());
+}
+
+void JobQueue::Run() {
+  std::unique_lock lock(mutex_);
+  for (;;) {
+    changed_.wait(lock, [this] { return !waiting_.empty() || stopping_; });
+    if (waiting_.empty()) return;
+    const std::shared_ptr<Entry> entry = std::move(waiting_.front());
+    waiting_.pop_front();
+    running_.push_back(entry);
+    const auto begun = Clock::now();
+    entry->request->begun = begun;
+    lock.unlock();
+    entry->job(entry->cancelled);
+    entry->job = nullptr;
+    const double duration_s = std::chrono::duration<double>(Clock::now() - begun).count();
+    lock.lock();
+    double& mean_s = mean_duration_s_[static_cast<std::size_t>(entry->request->kind)];
+    mean_s = mean_s == 0.0 ? duration_s : mean_s + kLastWeight * (duration_s - mean_s);
+    running_.erase(std::find(running_.begin(), running_.end(), entry));
+    changed_.notify_all();
+  }
+}
+
+}  // namespace quarro::service

@@ -1,0 +1,144 @@
+#include "gridding/service/line_feed.h"
+
+#include <cmath>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "gridding/survey/file_digest.h"
+#include "gridding/survey/line_reader.h"
+
+namespace quarro::service {
+
+namespace {
+
+constexpr std::size_t kChunksAhead = 4;
+constexpr auto kTooUncertain = static_cast<std::size_t>(survey::Refusal::kUncertain);
+
+// The zone of the first ping with a position on the globe, 0 when there is none.
+int FirstZone(const survey::PingChunk& chunk) {
+  for (const survey::Ping& ping : chunk.pings) {
+    if (std::isfinite(ping.longitude_deg) && std::abs(ping.longitude_deg) <= 360.0 &&
+        std::abs(ping.latitude_deg) <= 90.0) {
+      return survey::UtmZoneOf(ping.longitude_deg, ping.latitude_deg);
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
+LineFeed::LineFeed(std::string path, const core::Lattice& lattice, int utm_zone,
+                   const survey::UncertaintyModel& model)
+    : path_(std::move(path)), lattice_(lattice), model_(model) {
+  summary_.utm_zone = utm_zone;
+  thread_ = std::thread([this] { Run(); });
+}
+
+LineFeed::~LineFeed() {
+  {
+    const std::lock_guard lock(mutex_);
+    stop_ = true;
+  }
+  changed_.notify_all();
+  thread_.join();
+}
+
+LineFeed::FileIdentity LineFeed::Identity() {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [this] { return identified_ || ended_; });
+  if (!identified_) std::rethrow_exception(failure_);
+  return identity_;
+}
+
+bool LineFeed::Next(core::BinnedChunk& chunk) {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [this] { return !ready_.empty() || ended_; });
+  if (ready_.empty()) {
+    if (failure_) std::rethrow_exception(failure_);
+    return false;
+  }
+  std::swap(chunk, ready_.front());
+  spare_.push_back(std::move(ready_.front()));
+  ready_.pop_front();
+  lock.unlock();
+  changed_.notify_all();
+  return true;
+}
+
+void LineFeed::Run() {
+  std::exception_ptr failure;
+  try {
+    ReadAll();
+  } catch (const Stopped&) {
+    failure = nullptr;
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  {
+    const std::lock_guard lock(mutex_);
+    failure_ = failure;
+    ended_ = true;
+  }
+  changed_.notify_all();
+}
+
+void LineFeed::ReadAll() {
+  FileIdentity identity;
+  identity.digest = survey::DigestOfFile(path_, identity.bytes);
+  {
+    const std::lock_guard lock(mutex_);
+    identity_ = identity;
+    identified_ = true;
+  }
+  changed_.notify_all();
+
+  const std::unique_ptr<survey::LineReader> reader = survey::OpenLine(path_);
+  std::optional<survey::Georeferencer> georeferencer;
+  survey::BeamAccount& account = summary_.account;
+  survey::PingChunk pings;
+  survey::Soundings soundings;
+  core::Binner binner(lattice_);
+  bool geographic = false;
+  int placed_zone = 0;
+  while (reader->Next(pings, account)) {
+    geographic = geographic || !pings.projected;
+    if (summary_.utm_zone == 0 && !pings.projected) summary_.utm_zone = FirstZone(pings);
+    if (!georeferencer || summary_.utm_zone != placed_zone) {
+      // Projected soundings are the same in every zone, beams without a position on the globe are
+      // refused in every zone.
+      placed_zone = summary_.utm_zone;
+      georeferencer.emplace(placed_zone == 0 ? 1 : placed_zone, model_);
+    }
+    soundings.Clear();
+    georeferencer->Place(pings, soundings, account);
+    std::uint64_t too_uncertain = 0;
+    core::BinnedChunk chunk = TakeSpare();
+    chunk = binner.Bin(soundings, too_uncertain);
+    account.refused[kTooUncertain] += too_uncertain;
+    account.offered -= too_uncertain;
+    Hand(std::move(chunk));
+  }
+  if (!geographic) summary_.utm_zone = 0;
+  summary_.remark = reader->Remark();
+}
+
+core::BinnedChunk LineFeed::TakeSpare() {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [this] { return ready_.size() < kChunksAhead || stop_; });
+  if (stop_) throw Stopped();
+  if (spare_.empty()) return {};
+  core::BinnedChunk spare = std::move(spare_.back());
+  spare_.pop_back();
+  return spare;
+}
+
+void LineFeed::Hand(core::BinnedChunk chunk) {
+  {
+    const std::lock_guard lock(mutex_);
+    ready_.push_back(std::move(chunk));
+  }
+  changed_.notify_all();
+}
+
+}  // namespace quarro::service

@@ -1,0 +1,81 @@
+#include "gridding/service/parameter_table.h"
+
+#include <algorithm>
+
+#include "gridding/service/engine_log.h"
+
+namespace quarro::service {
+
+const std::vector<ParameterInfo>& ParameterTable() {
+  static const std::vector<ParameterInfo> kTable = {
+      {"ClientServer", "BAGMetadataTemplate", "",
+       "XML file from which the metadata of a BAG is made"},
+
+      {"Engine", "WorkingDirectory", ".", "folder of the grids, the traces and large results"},
+      {"Engine", "Threads", "all cores",
+       "threads that compute; what refine asks for is capped by it"},
+      {"Engine", "MemoryMiB", "1024", "memory for the cells and soundings in work"},
+      {"Engine", "AllowDuplicateLines", "false", "take a line whose bytes the grid holds already"},
+
+      {"Projection", "UTMZone", "auto",
+       "1 to 60, negative south; auto takes that of the first line"},
+
+      {"Estimator", "CaptureRadius", "0.75",
+       "node spacings within which a node captures soundings"},
+      {"Estimator", "QueueLength", "11", "soundings that wait in the sorted queue of a node"},
+      {"Estimator", "ShiftSigmas", "2", "shift of the model that a fit is monitored against"},
+      {"Estimator", "OutlierSigmas", "4", "distance at which a sounding founds a hypothesis"},
+      {"Estimator", "RunEvidence", "7",
+       "evidence over a run of soundings that founds a hypothesis"},
+      {"Estimator", "LowResolutionSoundings", "20",
+       "soundings wanted around a low-resolution node"},
+
+      {"Refinement", "SoundingsPerNode", "5", "least mean number of soundings a refined node"},
+      {"Refinement", "HorizontalUncertaintyFactor", "1",
+       "horizontal standard uncertainties that nodes are apart at least"},
+
+      {"Uncertainty", "VerticalFixed", "0.13", "m, 1 sigma, of beams without uncertainty"},
+      {"Uncertainty", "VerticalProportional", "0.004", "of depth, 1 sigma"},
+      {"Uncertainty", "HorizontalFixed", "1", "m, 1 sigma along one axis"},
+      {"Uncertainty", "HorizontalProportional", "0.02", "of depth, 1 sigma along one axis"},
+      {"Uncertainty", "AngleGrowth", "1", "growth with the squared tangent of the beam angle"},
+      {"Uncertainty", "LeastVertical", "0.02", "m, the smallest that any sounding is given"},
+      {"Uncertainty", "LeastHorizontal", "0.05", "m, the smallest that any sounding is given"},
+
+      {"Network", "Address", "127.0.0.1", "address on which the server listens"},
+      {"Network", "Port", "", "TCP port that takes requests"},
+      {"Network", "DiscoveryPort", "", "UDP port of the discovery"},
+      {"Network", "DiscoveryWaitMs", "", "how long a discovery waits for answers"},
+      {"Network", "DiscoveryAddresses", "", "addresses to which a discovery is sent"},
+      {"Network", "Engines", "", "engines that are known without discovery"},
+      {"Network", "ReconnectSeconds", "", "how long a lost connection is retried"},
+      {"Network", "CertificateAuthority", "",
+       "PEM file of the authority that signs the other side"},
+      {"Network", "Certificate", "", "PEM file of this side's certificate"},
+      {"Network", "PrivateKey", "", "PEM file of this side's private key"},
+      {"Network", "AllowPlainText", "false", "listen beyond loopback without certificates"},
+      {"Network", "SurveyDirectories", "", "folders under which the server finds lines"},
+      {"Network", "MaxMessageMiB", "", "largest message taken"},
+      {"Network", "MaxSessions", "", "sessions at the same time"},
+      {"Network", "MaxQueueLength", "", "requests of a session that wait"},
+      {"Network", "MaxResultPoolMiB", "", "results of a session that wait"},
+  };
+  return kTable;
+}
+
+void WarnOfUnknownParameters(const MParams& params) {
+  const auto& table = ParameterTable();
+  for (const auto& [section, key] : params.Keys()) {
+    const bool known =
+        std::any_of(table.begin(), table.end(), [&section = section, &key = key](const auto& info) {
+          return section == info.section && key == info.key;
+        });
+    if (!known) {
+      LogEngine(kLogWarning, "the parameter file holds the key \"" + key + "\" in section \"" +
+                                 section +
+                                 "\", which no part of the system knows: it has no effect");
+    }
+  }
+}
+
+}  // namespace quarro::service

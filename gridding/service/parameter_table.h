@@ -1,0 +1,23 @@
+// All parameters of all programs, so that a misspelt key in the file is found.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "support/mparams.h"
+
+namespace quarro::service {
+
+struct ParameterInfo {
+  const char* section;
+  const char* key;
+  const char* fallback;  // the value without the key
+  const char* meaning;
+};
+
+const std::vector<ParameterInfo>& ParameterTable();
+
+// Logs a warning for each key of the file that no module knows.
+void WarnOfUnknownParameters(const MParams& params);
+
+}  // namespace quarro::service

@@ -1,0 +1,23 @@
+// A depth result as a variable-resolution BAG file.
+#pragma once
+
+#include <string>
+
+#include "engine/results.h"
+
+namespace quarro {
+
+class CommandState;
+
+// Writes the two-level grid, whose outermost low-resolution nodes lie at the bounds (metres), to
+// `path`, replacing what is there. Metadata come from the state's template, grid name and
+// projection through a temporary document beside the file, deleted before the return.
+//
+// On failure the reason is logged at level 4 and CommandState::bag_output_failed is thrown; a file
+// begun is left as it is. Any thread. Memory holds one row of low-resolution cells and one
+// refinement.
+void WriteVariableResolutionBag(CommandState& state, const ResultGrid<DepthCell>& grid,
+                                double north, double south, double west, double east,
+                                const std::string& path);
+
+}  // namespace quarro
