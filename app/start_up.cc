@@ -127,7 +127,8 @@ int RunClient(int argc, const char* const* argv, const FrontEndMaker& make_local
   if (!IsDebugLevel(options.debug_level)) {
     RefuseDebugLevel(log);
     // The process ends here, and the front end with it.
-    static const SGClientBase* const left_standing = client.release();
+    static SGClientBase* left_standing = nullptr;
+    left_standing = client.release();
     static_cast<void>(left_standing);
     return kNothingRun;
   }

@@ -21,17 +21,17 @@ constexpr char kUsage[] =
     "computation engine.\n"
     "syntax: Quarro_Client [opt] <config-file>\n"
     "Options:\n"
-    "  -h [ --help ]             Generate syntax list\n"
-    "  --local                   Use local SuperGrid implementation rather than \n"
-    "                            client-server\n"
-    "  -l [ --logfile ] arg      Set output log file location\n"
-    "  -f [ --config-file ] arg  Set configuration file for SuperGrids\n"
-    "  -d [ --debug-level ] arg  Set debugging level (default: 4, range 0--7, lower \n"
-    "                            generates more information)\n"
-    "  -a [ --asynch ] arg       Redirect asynchronous messages to output file\n"
-    "  -s [ --source ] arg       Source a command file as the first command\n"
-    "  -v [ --version ]          Provide versioning information for support \n"
-    "                            libraries and drivers\n";
+    "  -h [ --help ]            Generate syntax list\n"
+    "  --local                  Use local SuperGrid implementation rather than \n"
+    "                           client-server\n"
+    "  -l [ --logfile ] arg     Set output log file location\n"
+    "  -f [ --config-file ] arg Set configuration file for SuperGrids\n"
+    "  -d [ --debug-level ] arg Set debugging level (default: 4, range 0--7, lower \n"
+    "                           generates more information)\n"
+    "  -a [ --asynch ] arg      Redirect asynchronous messages to output file\n"
+    "  -s [ --source ] arg      Source a command file as the first command\n"
+    "  -v [ --version ]         Provide versioning information for support libraries\n"
+    "                           and drivers\n";
 
 constexpr char kBanner[] =
     "1 Quarro_Client [May 17 2017, 08:28:24], Protocol Version 1, Command Processor [V1.3, May 17 "

@@ -189,7 +189,8 @@ bagError bagWriteRow(bagHandle* file, std::uint32_t row, std::uint32_t first_col
                      std::uint32_t last_column, int surface, const void* records);
 
 // Stores the layer's minimum and maximum, nulls left out. A layer of nothing but nulls states its
-// null value as both. The first is for the two mandatory layers, the second for the others.
+// null value as both, but for the spacing of refinements, which then is that of the grid. The first
+// is for the two mandatory layers, the second for the others.
 bagError bagUpdateSurface(bagHandle* file, int surface);
 bagError bagUpdateOptSurface(bagHandle* file, int surface);
 

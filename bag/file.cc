@@ -2,9 +2,10 @@
 
 #include "bag/file.h"
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
+#include <exception>
+#include <initializer_list>
 #include <system_error>
 #include <utility>
 
@@ -83,6 +84,8 @@ void checkReplaceable(const std::filesystem::path& path) {
 File::File(const char* path, const bagData& definition)
     : path_(path),
       grid_{.rows = definition.rows, .columns = definition.columns},
+      row_spacing_(definition.row_spacing),
+      column_spacing_(definition.column_spacing),
       has_variable_resolution_(definition.has_variable_resolution != 0) {
   checkReplaceable(path_);
   const Hdf5Lock lock;
@@ -135,7 +138,18 @@ void File::createMetadata(const Hdf5Lock&, const bagData& definition) {
 }
 
 void File::createLayer(const Hdf5Lock& lock, bagSurface surface, LayerSize size) {
-  layers_.emplace(surface, Layer(lock, root_.get(), layoutOf(surface), size));
+  const LayerLayout& layout = layoutOf(surface);
+  layers_.emplace(surface, Layer(lock, root_.get(), layout, size, Extremes(layout)));
+}
+
+// Where no cell is refined the finest resolution is that of the grid itself. The null, -1, would
+// keep readers that resample from opening the file.
+void File::createRefinementMetadata(const Hdf5Lock& lock) {
+  const LayerLayout& layout = layoutOf(kSurfaceRefinementMetadata);
+  Extremes empty(layout);
+  empty.stateWhenEmpty(kResolutionXField, column_spacing_);
+  empty.stateWhenEmpty(kResolutionYField, row_spacing_);
+  layers_.emplace(layout.surface, Layer(lock, root_.get(), layout, grid_, empty));
 }
 
 void File::createVariableResolutionLayers(std::uint64_t refined_nodes, bool with_node_groups) {
@@ -145,7 +159,7 @@ void File::createVariableResolutionLayers(std::uint64_t refined_nodes, bool with
   if (refined_nodes > kBagNullIndex) fail(kBagTooManyRefinedNodes);
   const LayerSize refinements = {.rows = 1, .columns = refined_nodes};
   const Hdf5Lock lock;
-  createLayer(lock, kSurfaceRefinementMetadata, grid_);
+  createRefinementMetadata(lock);
   createLayer(lock, kSurfaceRefinement, refinements);
   if (with_node_groups) {
     createLayer(lock, kSurfaceNodeGroup, grid_);

@@ -36,6 +36,7 @@ class File {
   void createRoot(const Hdf5Lock& lock);
   void createMetadata(const Hdf5Lock& lock, const bagData& definition);
   void createLayer(const Hdf5Lock& lock, bagSurface surface, LayerSize size);
+  void createRefinementMetadata(const Hdf5Lock& lock);
   Layer& layer(int surface);
   // Throws Failure{kBagWriteFailed} after a failed write.
   void checkDisk() const;
@@ -44,6 +45,8 @@ class File {
 
   std::filesystem::path path_;
   LayerSize grid_;
+  double row_spacing_;
+  double column_spacing_;
   bool has_variable_resolution_;
   DiskState disk_;
   Hdf5Id file_;

@@ -46,7 +46,8 @@ std::uint64_t ceilDivide(std::uint64_t value, std::uint64_t divisor) {
 
 }  // namespace
 
-Layer::Layer(const Hdf5Lock& lock, hid_t group, const LayerLayout& layout, LayerSize size)
+Layer::Layer(const Hdf5Lock& lock, hid_t group, const LayerLayout& layout, LayerSize size,
+             const Extremes& empty)
     : layout_(&layout),
       size_(size),
       chunk_rows_(std::min(kChunkRows, size.rows)),
@@ -54,7 +55,8 @@ Layer::Layer(const Hdf5Lock& lock, hid_t group, const LayerLayout& layout, Layer
       chunks_per_window_(0),
       windows_per_row_(0),
       type_(recordType(lock, layout)),
-      extremes_(layout) {
+      empty_(empty),
+      extremes_(empty) {
   if (size.columns > 0) {
     const std::uint64_t chunks_per_row = ceilDivide(size.columns, chunk_columns_);
     chunks_per_window_ = layout.one_row ? kOneRowChunksPerWindow : chunks_per_row;
@@ -192,17 +194,17 @@ void Layer::update() {
 }
 
 Extremes Layer::extremesOfWindow() const {
-  std::vector<Extremes> of_chunk(chunksIn(*window_), Extremes(*layout_));
+  std::vector<Extremes> of_chunk(chunksIn(*window_), empty_);
   forEachInParallel(of_chunk.size(), [&](std::size_t chunk) {
     of_chunk[chunk].add({buffer_.data() + chunk * chunkBytes(), chunkBytes()});
   });
-  Extremes all(*layout_);
+  Extremes all(empty_);
   for (const Extremes& extremes : of_chunk) all.add(extremes);
   return all;
 }
 
 Extremes Layer::extremesOnDisc() {
-  Extremes all(*layout_);
+  Extremes all(empty_);
   for (std::uint64_t window = 0; window < first_fresh_window_; ++window) {
     openWindow(window);
     all.add(extremesOfWindow());

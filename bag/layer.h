@@ -23,8 +23,10 @@ struct LayerSize {
 // at once; takes the HDF5 lock itself where it needs it.
 class Layer {
  public:
-  // Creates the dataset in `group`, with its null as fill value and as its extremes.
-  Layer(const Hdf5Lock& lock, hid_t group, const LayerLayout& layout, LayerSize size);
+  // Creates the dataset in `group`, with its null as fill value, and with the extremes that
+  // `empty` states.
+  Layer(const Hdf5Lock& lock, hid_t group, const LayerLayout& layout, LayerSize size,
+        const Extremes& empty);
 
   const LayerLayout& layout() const { return *layout_; }
   LayerSize size() const { return size_; }
@@ -81,6 +83,7 @@ class Layer {
 
   // Windows from this number on have never been on disc.
   std::uint64_t first_fresh_window_ = 0;
+  Extremes empty_;
   // The extremes of all windows on disc, as long as none was written twice.
   Extremes extremes_;
   bool written_once_ = true;

@@ -55,6 +55,11 @@ constexpr std::array kRefinementMetadataFields = {
     floatField("sw_corner_x", offsetof(MetadataRecord, sw_corner_x_m), nullptr, nullptr),
     floatField("sw_corner_y", offsetof(MetadataRecord, sw_corner_y_m), nullptr, nullptr)};
 
+static_assert(kRefinementMetadataFields[kResolutionXField].offset ==
+              offsetof(MetadataRecord, resolution_x_m));
+static_assert(kRefinementMetadataFields[kResolutionYField].offset ==
+              offsetof(MetadataRecord, resolution_y_m));
+
 constexpr std::array kRefinementFields = {
     floatField("depth", offsetof(bagRefinementRecord, elevation_m), "min_depth", "max_depth"),
     floatField("depth_uncrt", offsetof(bagRefinementRecord, uncertainty_m), "min_uncrt",
@@ -139,7 +144,9 @@ Hdf5Id recordType(const Hdf5Lock&, const LayerLayout& layout) {
 
 Extremes::Extremes(const LayerLayout& layout) : layout_(&layout) {
   for (const Field& field : layout.fields) {
-    ranges_.push_back({.null = valueOf(field, layout.null_record.data()),
+    const double null = valueOf(field, layout.null_record.data());
+    ranges_.push_back({.null = null,
+                       .empty = null,
                        .min = std::numeric_limits<double>::infinity(),
                        .max = -std::numeric_limits<double>::infinity()});
   }
@@ -193,12 +200,12 @@ void Extremes::add(const Extremes& other) {
 
 double Extremes::min(std::size_t field) const {
   const Range& range = ranges_[field];
-  return range.min <= range.max ? range.min : range.null;
+  return range.min <= range.max ? range.min : range.empty;
 }
 
 double Extremes::max(std::size_t field) const {
   const Range& range = ranges_[field];
-  return range.min <= range.max ? range.max : range.null;
+  return range.min <= range.max ? range.max : range.empty;
 }
 
 }  // namespace quarro::bag

@@ -39,6 +39,10 @@ struct LayerLayout {
   bool one_row;
 };
 
+// Fields of kSurfaceRefinementMetadata, by their place in its record.
+inline constexpr std::size_t kResolutionXField = 3;
+inline constexpr std::size_t kResolutionYField = 4;
+
 // Throws Failure{kBagUnknownSurface}.
 const LayerLayout& layoutOf(int surface);
 
@@ -56,13 +60,16 @@ class Extremes {
   void add(std::span<const std::byte> records);
   void add(const Extremes& other);
 
-  // The layer's null value where no other was seen.
+  // What min and max give as long as nothing but nulls was seen; the null itself otherwise.
+  void stateWhenEmpty(std::size_t field, double value) { ranges_[field].empty = value; }
+
   double min(std::size_t field) const;
   double max(std::size_t field) const;
 
  private:
   struct Range {
     double null;
+    double empty;
     double min;
     double max;
   };

@@ -7,7 +7,6 @@
 #include <charconv>
 #include <cmath>
 #include <fstream>
-#include <initializer_list>
 #include <optional>
 #include <sstream>
 #include <string_view>

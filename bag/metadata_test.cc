@@ -340,6 +340,7 @@ TEST_P(FilledTemplate, IsValidAgainstTheSchemas) {
   const std::filesystem::path schema =
       std::filesystem::path(QUARRO_SOURCE_DIR) / "../shared/data/bag_schema/bag/bag.xsd";
   if (!std::filesystem::exists(schema)) GTEST_SKIP() << "no schemas at " << schema;
+  // NOLINTBEGIN(concurrency-mt-unsafe): the test has one thread.
   if (std::system("xmllint --version 2>/dev/null") != 0) GTEST_SKIP() << "xmllint is not installed";
   const TestFolder folder;
   const TestGrid grid = {.name = "a grid", .utm_zone = GetParam(), .south_m = 6250000.0};
@@ -348,6 +349,7 @@ TEST_P(FilledTemplate, IsValidAgainstTheSchemas) {
   const std::string command =
       "xmllint --nonet --noout --schema '" + schema.string() + "' '" + path.string() + "'";
   EXPECT_EQ(std::system(command.c_str()), 0);
+  // NOLINTEND(concurrency-mt-unsafe)
 }
 
 INSTANTIATE_TEST_SUITE_P(Hemispheres, FilledTemplate, testing::Values(32, -32));

@@ -3,11 +3,11 @@
 #include "bag/test_grid.h"
 
 #include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>

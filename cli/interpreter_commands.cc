@@ -6,6 +6,7 @@
 
 #include "cli/command_handlers.h"
 #include "cli/command_processor.h"
+#include "cli/stack_room.h"
 #include "cli/text_file.h"
 #include "slog/slog.h"
 
@@ -94,7 +95,14 @@ void HistoryCommand(CommandProcessor& processor, WordIterator /*first*/, WordIte
 void SourceCommand(CommandProcessor& processor, WordIterator first, WordIterator /*last*/,
                    std::uint32_t /*word_count*/) {
   CommandState& state = processor.State();
-  const std::string path = *first;
+  const std::string& path = *first;
+  if (StackIsNearlyFull()) {
+    Slog log(&state.log);
+    log << SlogLevel(4);
+    log() << "command files are nested too deeply to source \"" << path
+          << "\"; does one source itself?" << endmsg;
+    throw CommandProcessor::cmd_failed();
+  }
   std::ifstream file;
   if (!OpenTextFile(path, file)) {
     Slog log(&state.log);

@@ -1,5 +1,6 @@
 // Arrival of results: files, completion lines and what is said of failures.
 #include <filesystem>
+#include <functional>
 
 #include "results/client_fixture.h"
 #include "support/test_directory.h"
@@ -16,7 +17,7 @@ class ResultArrival : public ClientTest {
   void Deliver(Arrival arrival, std::uint32_t number, Result result) {
     result.result_number = number;
     AnswerWith(result);
-    (state.*arrival)(SEResultToken());
+    std::invoke(arrival, state, SEResultToken());
   }
 
   TestDirectory directory;
@@ -73,7 +74,7 @@ TEST_F(ResultArrival, AnUnknownNumberIsToldAndNothingIsWritten) {
   state.pending_results.Add(7, directory.Path("other.txt"));
   for (const UnknownNumber& unknown : cases) {
     client.result = unknown.result;
-    (state.*unknown.arrival)(SEResultToken());
+    std::invoke(unknown.arrival, state, SEResultToken());
     EXPECT_EQ(console->Take(), Lines{unknown.message});
   }
   EXPECT_EQ(Posted(), Lines());
@@ -90,11 +91,11 @@ TEST_F(ResultArrival, EngineFailuresAreToldInTheWordsOfTheirKind) {
        {Case{&CommandState::OnResolutionReady, "4 error: "},
         Case{&CommandState::OnDepthReady, "4 "}, Case{&CommandState::OnDepthBagReady, "4 "}}) {
     FailWith(ExSGCNoGrid("gone"));
-    (state.*kind.arrival)(SEResultToken());
+    std::invoke(kind.arrival, state, SEResultToken());
     FailWith(ExSGCServerResources("full"));
-    (state.*kind.arrival)(SEResultToken());
+    std::invoke(kind.arrival, state, SEResultToken());
     FailWith(ExSGClientBase("box too large"));
-    (state.*kind.arrival)(SEResultToken());
+    std::invoke(kind.arrival, state, SEResultToken());
     EXPECT_EQ(console->Take(),
               (Lines{kind.prefix + "server reported no grid was available for line.",
                      kind.prefix + "server reports out of resources getting resolutions.",

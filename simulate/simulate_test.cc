@@ -1,5 +1,6 @@
 // The simulator: the same bytes for the same options, errors as told, the seafloor as truth.
 #include <cmath>
+#include <locale>
 #include <map>
 #include <sstream>
 
@@ -244,6 +245,40 @@ TEST(Seafloor, SlopeDeepensTowardsItsAzimuthAndNeverRisesAboveTheWater) {
   EXPECT_EQ(slope->DepthAt({499000.0, 6000000.0}), Seafloor::kShallowest_m);
   options.seafloor = "cheese";
   EXPECT_THROW(MakeSeafloor(options, {}), SimulationError);
+}
+
+// Decimal commas and dotted thousands, as German has them.
+class CommaNumbers : public std::numpunct<char> {
+  char do_decimal_point() const override { return ','; }
+  char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+TEST(Truth, IsTheSameTextInAnyLocale) {
+  const ScratchDirectory scratch;
+  const std::string positions = scratch.Write("positions.txt", "500000.25 6000000.5\n");
+  SurveyOptions options;
+  options.seafloor = "flat";
+  options.depth_m = 1234.5;
+  const std::locale before =
+      std::locale::global(std::locale(std::locale::classic(), new CommaNumbers));
+  const std::uint64_t depths = WriteTruthAt(options, positions, scratch.File("truth.xyz"));
+  std::locale::global(before);
+  EXPECT_EQ(depths, 1U);
+  EXPECT_EQ(survey::BytesOf(scratch.File("truth.xyz")), "500000.250 6000000.500 1234.500\n");
+}
+
+TEST(Truth, PositionsThatAreNoneAreNamed) {
+  const ScratchDirectory scratch;
+  const std::string positions = scratch.Write("positions.txt", "1 2\nhere\n");
+  try {
+    WriteTruthAt({}, positions, scratch.File("truth.xyz"));
+    FAIL() << "\"here\" is no position";
+  } catch (const SimulationError& error) {
+    EXPECT_NE(std::string(error.what()).find("line 2 does not begin with an easting"),
+              std::string::npos)
+        << error.what();
+  }
 }
 
 class CommandLine : public testing::Test {

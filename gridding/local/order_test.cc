@@ -1,5 +1,7 @@
 // The order of call-backs, and what ends early.
-#include <fstream>
+#include <array>
+#include <atomic>
+#include <stdexcept>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -115,32 +117,33 @@ TEST_F(OrderOfWork, DroppingAtOnceFailsWhatIsQueuedAndKeepsWhatIsDone) {
   EXPECT_THAT(Query(client_, 1), ::testing::Contains("lines: " + std::to_string(4 - failed)));
 }
 
-TEST_F(OrderOfWork, DroppingAtOnceFailsResultsThatWereNotAnnounced) {
+TEST_F(OrderOfWork, DroppingAtOnceFailsResultsWhoseCallBackHasNotBegun) {
   Add(client_, LineFile(0));
   const SGBoundingBox bounds = GridBounds(client_);
   std::promise<void> go_on;
   std::shared_future<void> may_go_on = go_on.get_future().share();
   Replies replies;
   // Both threads of result call-backs are held up, so that the third depth waits for one.
-  for (int i = 0; i < 2; ++i) {
+  std::array<std::promise<void>, 2> begun;
+  for (auto& promise : begun) {
     const ResultCallback note = replies.Expect("held");
     client_.RequestDepth(bounds, 0, 0, [&, note](const SEResultToken& token) {
-      may_go_on.wait();
       EXPECT_NO_THROW(FetchResult<ResultDepth>(client_, token));
+      promise.set_value();
+      may_go_on.wait();
       note(token);
     });
   }
+  for (auto& promise : begun) promise.get_future().wait();
   const ResultCallback note = replies.Expect("waiting");
   client_.RequestDepth(bounds, 1, 0, [&, note](const SEResultToken& token) {
     EXPECT_THAT(ReasonOf([&] { client_.GetResult(token); }), HasSubstr("dropped at once"));
     note(token);
   });
-  // The statistics run on none of these threads; once the two depths are done no request is left.
-  while (replies.Names().empty() && client_.FindEngines().empty()) {
-  }
   client_.DropGrid(true, replies.Expect("drop"));
   go_on.set_value();
   replies.Wait();
+  EXPECT_THAT(replies.Names(), ::testing::UnorderedElementsAre("held", "held", "waiting", "drop"));
   EXPECT_EQ(replies.Names().back(), "drop");
 }
 

@@ -43,8 +43,8 @@ void Delivery::Deliver(const RequestPtr& request, std::unique_ptr<SEBaseResult> 
   Announce(request, pool_.Put(*request, std::move(result), bytes));
 }
 
-void Delivery::Fail(const RequestPtr& request, const std::exception_ptr& failure) {
-  Announce(request, pool_.PutFailure(*request, AsEngineFailure(failure)));
+void Delivery::Fail(const RequestPtr& request, std::exception_ptr failure) {
+  Announce(request, pool_.PutFailure(*request, AsEngineFailure(std::move(failure))));
 }
 
 void Delivery::Announce(const RequestPtr& request, const SEResultToken& token) {

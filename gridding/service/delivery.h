@@ -39,7 +39,7 @@ class Delivery {
   void Deliver(const RequestPtr& request, std::unique_ptr<SEBaseResult> result,
                std::uint64_t bytes);
   // The same with a failure, of whatever class.
-  void Fail(const RequestPtr& request, const std::exception_ptr& failure);
+  void Fail(const RequestPtr& request, std::exception_ptr failure);
 
   // Fails resolution, depth and hypotheses results accepted before `sequence` whose call-back has
   // not begun.

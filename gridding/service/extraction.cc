@@ -135,7 +135,7 @@ SGBoundingBox Extractor::BoundsOf(const core::CellRange& range) const {
   return BoundsOfGrid(lattice_, {.extent = range});
 }
 
-Extract Extractor::Resolution(const ExtractRequest& request) {
+Finished Extractor::Resolution(const ExtractRequest& request) {
   const core::CellRange range = CellsOfResult(lattice_, request.box);
   const auto arena = std::make_shared<ResultArena>(directory_, heap_bytes_);
   auto result = std::make_unique<ResultResolution>();
@@ -170,7 +170,7 @@ Extract Extractor::Resolution(const ExtractRequest& request) {
   return {std::move(result), arena->bytes()};
 }
 
-Extract Extractor::Depth(const ExtractRequest& request) {
+Finished Extractor::Depth(const ExtractRequest& request) {
   const core::CellRange range = CellsOfResult(lattice_, request.box);
   const auto arena = std::make_shared<ResultArena>(directory_, heap_bytes_);
   auto result = std::make_unique<ResultDepth>();
@@ -197,7 +197,7 @@ Extract Extractor::Depth(const ExtractRequest& request) {
   return {std::move(result), arena->bytes()};
 }
 
-Extract Extractor::Hypotheses(const ExtractRequest& request) {
+Finished Extractor::Hypotheses(const ExtractRequest& request) {
   if (!request.full_resolution) {
     const core::CellRange range = CellsOfResult(lattice_, request.box);
     return HypothesesOf(request, range, BoundsOf(range));
@@ -211,7 +211,7 @@ Extract Extractor::Hypotheses(const ExtractRequest& request) {
       lattice_.CellsInBox(box.west(), box.south(), box.east(), box.north(), range);
   if (has_node) CheckSize(range, box);
   const SGBoundingBox bounds = has_node ? BoundsOf(range) : box;
-  Extract extract;
+  Finished extract;
   if (extent) {
     const double half_m = 0.5 * lattice_.spacing_m();
     const SGBoundingBox data = BoundsOf(*extent);
@@ -267,8 +267,8 @@ void Extractor::VisitHypotheses(const ExtractRequest& request, const core::CellR
   });
 }
 
-Extract Extractor::HypothesesOf(const ExtractRequest& request, const core::CellRange& range,
-                                const SGBoundingBox& bounds_without_nodes) {
+Finished Extractor::HypothesesOf(const ExtractRequest& request, const core::CellRange& range,
+                                 const SGBoundingBox& bounds_without_nodes) {
   auto result = std::make_unique<ResultHypos>();
   result->result_number = request.result_number;
   result->bounds = bounds_without_nodes;

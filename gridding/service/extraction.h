@@ -17,12 +17,6 @@ namespace quarro::service {
 // A box over more low-resolution cells than this is refused: 64 Mi cells take 2.5 GiB as depths.
 inline constexpr std::uint64_t kMostCellsInResult = std::uint64_t{1} << 26U;
 
-// A finished result and the bytes that it takes.
-struct Extract {
-  std::unique_ptr<SEBaseResult> result;
-  std::uint64_t bytes = 0;
-};
-
 // What one request asks for.
 struct ExtractRequest {
   SGBoundingBox box;
@@ -41,19 +35,19 @@ class Extractor {
             const core::Lattice& lattice, std::filesystem::path directory, std::uint64_t heap_bytes,
             const CancelFlag& cancelled);
 
-  Extract Resolution(const ExtractRequest& request);
-  Extract Depth(const ExtractRequest& request);
+  Finished Resolution(const ExtractRequest& request);
+  Finished Depth(const ExtractRequest& request);
   // Low: the cells with data whose nodes lie in the box. Full: the nodes with data that lie in the
   // box, of refined cells their refined nodes, of others the cell's own; the bounds are those of
   // the nodes delivered, or as at low resolution when there is none.
-  Extract Hypotheses(const ExtractRequest& request);
+  Finished Hypotheses(const ExtractRequest& request);
 
  private:
   template <typename Visit>
   void VisitHypotheses(const ExtractRequest& request, const core::CellRange& range,
                        const Visit& visit);
-  Extract HypothesesOf(const ExtractRequest& request, const core::CellRange& range,
-                       const SGBoundingBox& bounds_without_nodes);
+  Finished HypothesesOf(const ExtractRequest& request, const core::CellRange& range,
+                        const SGBoundingBox& bounds_without_nodes);
   void Visit(const core::CellRange& range, bool with_refinements,
              const std::function<void(const store::Snapshot::Cell&)>& visit);
   SGBoundingBox BoundsOf(const core::CellRange& range) const;

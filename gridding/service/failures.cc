@@ -4,7 +4,7 @@
 
 namespace quarro::service {
 
-std::exception_ptr AsEngineFailure(const std::exception_ptr& failure) {
+std::exception_ptr AsEngineFailure(std::exception_ptr failure) {
   try {
     std::rethrow_exception(failure);
   } catch (const ExSGClientBase&) {

@@ -10,7 +10,7 @@ namespace quarro::service {
 
 // `failure` as an ExSGClientBase or a class derived from it, with the whole reason as its text:
 // what is one already stays as it is, and lack of memory is an ExSGCServerResources.
-std::exception_ptr AsEngineFailure(const std::exception_ptr& failure);
+std::exception_ptr AsEngineFailure(std::exception_ptr failure);
 
 // The reason that a client prints for `failure`.
 std::string ReasonOf(const std::exception_ptr& failure);

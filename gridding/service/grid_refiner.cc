@@ -68,8 +68,14 @@ template <typename Work, typename Take>
 void ForEachBlock(const CellBlocks& cells, WorkerPool& workers, std::uint32_t threads,
                   const CancelFlag& cancelled, const Work& work, const Take& take) {
   using ResultPtr = std::shared_ptr<BlockResult>;
+  // Results pass from thread to thread in the pipeline; these order what the threads read and
+  // write, which the library does too, but unseen by a sanitizer.
+  std::mutex hand_over;
+  std::mutex taking;
+  const auto order = [&] { const std::lock_guard lock(hand_over); };
   auto next = cells.blocks().begin();
   const auto next_block = [&](tbb::flow_control& control) -> ResultPtr {
+    const std::lock_guard lock(hand_over);
     if (next == cells.blocks().end() || cancelled.IsSet()) {
       control.stop();
       return nullptr;
@@ -79,20 +85,28 @@ void ForEachBlock(const CellBlocks& cells, WorkerPool& workers, std::uint32_t th
     return result;
   };
   const auto work_on = [&](const ResultPtr& result) -> ResultPtr {
+    order();
     auto worker = workers.Take();
     work(*worker, result->block, result->cells);
     workers.Return(std::move(worker));
+    order();
     return result;
   };
+  const auto take_result = [&](const ResultPtr& result) {
+    order();
+    const std::lock_guard lock(taking);
+    take(*result);
+  };
+  order();
   tbb::task_arena arena(static_cast<int>(threads));
   arena.execute([&] {
     tbb::parallel_pipeline(
         2 * static_cast<std::size_t>(threads),
         tbb::make_filter<void, ResultPtr>(tbb::filter_mode::serial_in_order, next_block) &
             tbb::make_filter<ResultPtr, ResultPtr>(tbb::filter_mode::parallel, work_on) &
-            tbb::make_filter<ResultPtr, void>(tbb::filter_mode::serial_in_order,
-                                              [&](const ResultPtr& result) { take(*result); }));
+            tbb::make_filter<ResultPtr, void>(tbb::filter_mode::serial_in_order, take_result));
   });
+  const std::lock_guard lock(taking);
   ThrowIfCancelled(cancelled);
 }
 

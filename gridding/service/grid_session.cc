@@ -22,7 +22,7 @@ void Deliver(Delivery& delivery, const RequestPtr& request, Result result) {
   delivery.Deliver(request, std::make_unique<Result>(std::move(result)), sizeof(Result));
 }
 
-Extract Run(Extractor& extractor, RequestKind kind, const ExtractRequest& request) {
+Finished Run(Extractor& extractor, RequestKind kind, const ExtractRequest& request) {
   switch (kind) {
     case RequestKind::kResolution:
       return extractor.Resolution(request);
@@ -68,8 +68,8 @@ GridSession::GridSession(EngineConfig config, Delivery& delivery)
       delivery_(delivery),
       thread_limit_(LimitThreads(config_.threads)),
       traces_(config_.working_directory),
-      requests_(kRequestThreads),
-      grid_work_(1) {
+      requests_(kRequestThreads, delivery),
+      grid_work_(1, delivery) {
   std::error_code error;
   if (!std::filesystem::is_directory(config_.working_directory, error)) {
     throw ExSGClientBase("the working directory \"" + config_.working_directory.string() +
@@ -173,22 +173,17 @@ void GridSession::RequestQuery(std::uint32_t kind, const ResultCallback& on_done
   }
   const Lease lease = TakeLease(request);
   if (!lease) return;
-  requests_.Submit(request, [this, kind, request, lease](const CancelFlag&) {
-    try {
-      const OpenGrid& grid = lease->grid();
-      if (kind == kQueryBounds) {
-        ResultBBox result;
-        result.bounds = BoundsOfGrid(grid.lattice, lease->snapshot().GetTotals());
-        Deliver(delivery_, request, result);
-      } else {
-        ResultQuery result;
-        result.lines = DescribeGrid(grid.store->Name(), grid.store->Parameters(), grid.lattice,
-                                    lease->snapshot());
-        Deliver(delivery_, request, std::move(result));
-      }
-    } catch (...) {
-      delivery_.Fail(request, std::current_exception());
+  requests_.Submit(request, [kind, lease](const CancelFlag&) {
+    const OpenGrid& grid = lease->grid();
+    if (kind == kQueryBounds) {
+      ResultBBox result;
+      result.bounds = BoundsOfGrid(grid.lattice, lease->snapshot().GetTotals());
+      return FinishedWith(result);
     }
+    ResultQuery result;
+    result.lines =
+        DescribeGrid(grid.store->Name(), grid.store->Parameters(), grid.lattice, lease->snapshot());
+    return FinishedWith(std::move(result));
   });
 }
 
@@ -212,17 +207,13 @@ void GridSession::SubmitExtract(RequestKind kind, const SGBoundingBox& box,
   const Lease lease = TakeLease(request);
   if (!lease) return;
   const ExtractRequest asked{box, result_number, full_resolution};
-  requests_.Submit(request, [this, kind, request, lease, asked](const CancelFlag& cancelled) {
-    try {
-      const OpenGrid& grid = lease->grid();
-      Extractor extractor(lease->snapshot(), grid.settings, grid.lattice, config_.working_directory,
-                          config_.result_heap_bytes, cancelled);
-      Extract extract = Run(extractor, kind, asked);
-      ThrowIfCancelled(cancelled);
-      delivery_.Deliver(request, std::move(extract.result), extract.bytes);
-    } catch (...) {
-      delivery_.Fail(request, std::current_exception());
-    }
+  requests_.Submit(request, [this, kind, lease, asked](const CancelFlag& cancelled) {
+    const OpenGrid& grid = lease->grid();
+    Extractor extractor(lease->snapshot(), grid.settings, grid.lattice, config_.working_directory,
+                        config_.result_heap_bytes, cancelled);
+    Finished finished = Run(extractor, kind, asked);
+    ThrowIfCancelled(cancelled);
+    return finished;
   });
 }
 
@@ -263,7 +254,7 @@ void GridSession::SubmitOpening(const std::string& name, const store::GridParame
     const std::lock_guard lock(mutex_);
     grid_changes_.emplace_back(job.request->sequence, true);
   }
-  grid_work_.Submit(job.request, [this, job](const CancelFlag&) { Open(job); });
+  grid_work_.Submit(job.request, [this, job](const CancelFlag&) { return Open(job); });
 }
 
 // A line submitted next does not follow a line directly.
@@ -296,7 +287,7 @@ void GridSession::AddLine(const std::string& file_name, std::uint32_t line_id, b
     last_line_ = job;
   }
   grid_work_.Submit(job->request,
-                    [this, job](const CancelFlag& cancelled) { RunLine(job, cancelled); });
+                    [this, job](const CancelFlag& cancelled) { return RunLine(job, cancelled); });
 }
 
 void GridSession::DropGrid(bool asap, const ResultCallback& on_done) {

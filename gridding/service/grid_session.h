@@ -72,6 +72,7 @@ class GridSession {
  private:
   struct LineJob;
   struct OpenGridJob;
+  class ChangeEnd;
   using Lease = std::shared_ptr<CurrentGrid::Lease>;
 
   // The calling thread.
@@ -88,10 +89,10 @@ class GridSession {
   static std::shared_ptr<void> LimitThreads(std::uint32_t threads);
 
   // The grid thread.
-  void Open(const OpenGridJob& job);
+  Finished Open(const OpenGridJob& job);
   std::unique_ptr<OpenGrid> OpenNew(const OpenGridJob& job);
   void ReplaceCurrent(const OpenGridJob& job);
-  void RunLine(const std::shared_ptr<LineJob>& job, const CancelFlag& cancelled);
+  Finished RunLine(const std::shared_ptr<LineJob>& job, const CancelFlag& cancelled);
   void Ingest(LineJob& job, const CancelFlag& cancelled, ResultLineAdded& result);
   void StartFeed(LineJob& job);
   void EndGridChange(std::uint64_t sequence);

@@ -39,6 +39,20 @@ std::shared_ptr<void> GridSession::LimitThreads(std::uint32_t threads) {
                                                threads);
 }
 
+// Ends a change of the grid that was to come, however it came out.
+class GridSession::ChangeEnd {
+ public:
+  ChangeEnd(GridSession& session, std::uint64_t sequence)
+      : session_(session), sequence_(sequence) {}
+  ~ChangeEnd() { session_.EndGridChange(sequence_); }
+  ChangeEnd(const ChangeEnd&) = delete;
+  ChangeEnd& operator=(const ChangeEnd&) = delete;
+
+ private:
+  GridSession& session_;
+  std::uint64_t sequence_;
+};
+
 OpenGrid& GridSession::GridForWork() {
   OpenGrid* grid = current_.grid();
   if (grid == nullptr) throw ExSGCNoGrid("no grid is open");
@@ -49,19 +63,14 @@ void GridSession::SubmitBarrier(const RequestPtr& request,
                                 std::function<void(const CancelFlag&)> work) {
   EndLineRun();
   grid_work_.Submit(request, [this, request, work = std::move(work)](const CancelFlag& cancelled) {
-    std::exception_ptr failure;
+    const ChangeEnd end(*this, request->sequence);
     try {
       work(cancelled);
     } catch (...) {
-      failure = std::current_exception();
+      LogFailure(RequestKindText(request->kind), std::current_exception());
+      throw;
     }
-    EndGridChange(request->sequence);
-    if (failure) {
-      LogFailure(RequestKindText(request->kind), failure);
-      delivery_.Fail(request, failure);
-    } else {
-      delivery_.Deliver(request, std::make_unique<ResultPosAck>(), sizeof(ResultPosAck));
-    }
+    return FinishedWith(ResultPosAck());
   });
 }
 
@@ -70,9 +79,8 @@ void GridSession::EndGridChange(std::uint64_t sequence) {
   std::erase_if(grid_changes_, [&](const auto& change) { return change.first == sequence; });
 }
 
-void GridSession::Open(const OpenGridJob& job) {
-  auto result = std::make_unique<ResultGridLoaded>();
-  std::exception_ptr failure;
+Finished GridSession::Open(const OpenGridJob& job) {
+  const ChangeEnd end(*this, job.request->sequence);
   try {
     const OpenGrid* current = current_.grid();
     const bool is_current = current != nullptr && current->store->Name() == job.name;
@@ -84,17 +92,14 @@ void GridSession::Open(const OpenGridJob& job) {
       traces_.StopAll();
     }
     const OpenGrid& grid = GridForWork();
-    result->bounds = BoundsOfGrid(grid.lattice, grid.store->TakeSnapshot()->GetTotals());
+    ResultGridLoaded result;
+    result.bounds = BoundsOfGrid(grid.lattice, grid.store->TakeSnapshot()->GetTotals());
     LogEngine(kLogStep, "grid " + Quoted(job.name) + " is open");
+    return FinishedWith(result);
   } catch (...) {
-    failure = std::current_exception();
-  }
-  EndGridChange(job.request->sequence);
-  if (failure) {
-    LogFailure((job.parameters ? "making grid " : "loading grid ") + Quoted(job.name), failure);
-    delivery_.Fail(job.request, failure);
-  } else {
-    delivery_.Deliver(job.request, std::move(result), sizeof(ResultGridLoaded));
+    LogFailure((job.parameters ? "making grid " : "loading grid ") + Quoted(job.name),
+               std::current_exception());
+    throw;
   }
 }
 
@@ -141,15 +146,15 @@ void GridSession::ReplaceCurrent(const OpenGridJob& job) {
   }
 }
 
-void GridSession::RunLine(const std::shared_ptr<LineJob>& job, const CancelFlag& cancelled) {
-  auto result = std::make_unique<ResultLineAdded>();
-  result->line_id = job->line_id;
+Finished GridSession::RunLine(const std::shared_ptr<LineJob>& job, const CancelFlag& cancelled) {
+  ResultLineAdded result;
+  result.line_id = job->line_id;
   try {
-    Ingest(*job, cancelled, *result);
+    Ingest(*job, cancelled, result);
   } catch (...) {
     LogFailure("line " + std::to_string(job->line_id) + " " + Quoted(job->file_name),
                std::current_exception());
-    result->failed = 1;
+    result.failed = 1;
   }
   job->feed.reset();
   if (job->rendezvous && current_.grid() != nullptr) {
@@ -159,7 +164,7 @@ void GridSession::RunLine(const std::shared_ptr<LineJob>& job, const CancelFlag&
       LogFailure("synchronising after line " + Quoted(job->file_name), std::current_exception());
     }
   }
-  delivery_.Deliver(job->request, std::move(result), sizeof(ResultLineAdded));
+  return FinishedWith(result);
 }
 
 void GridSession::Ingest(LineJob& job, const CancelFlag& cancelled, ResultLineAdded& result) {

@@ -18,7 +18,7 @@ void ThrowIfCancelled(const CancelFlag& cancelled) {
   if (cancelled.IsSet()) throw ExSGClientBase("cancelled, since the grid was dropped at once");
 }
 
-JobQueue::JobQueue(int threads) {
+JobQueue::JobQueue(int threads, Delivery& delivery) : delivery_(delivery) {
   for (int i = 0; i < threads; ++i) threads_.emplace_back([this] { Run(); });
 }
 
@@ -88,7 +88,13 @@ void JobQueue::Run() {
     const auto begun = Clock::now();
     entry->request->begun = begun;
     lock.unlock();
-    entry->job(entry->cancelled);
+    Finished finished;
+    std::exception_ptr failure;
+    try {
+      finished = entry->job(entry->cancelled);
+    } catch (...) {
+      failure = std::current_exception();
+    }
     entry->job = nullptr;
     const double duration_s = std::chrono::duration<double>(Clock::now() - begun).count();
     lock.lock();
@@ -96,6 +102,17 @@ void JobQueue::Run() {
     mean_s = mean_s == 0.0 ? duration_s : mean_s + kLastWeight * (duration_s - mean_s);
     running_.erase(std::find(running_.begin(), running_.end(), entry));
     changed_.notify_all();
+    lock.unlock();
+    Announce(entry->request, std::move(finished), std::move(failure));
+    lock.lock();
+  }
+}
+
+void JobQueue::Announce(const RequestPtr& request, Finished finished, std::exception_ptr failure) {
+  if (failure) {
+    delivery_.Fail(request, std::move(failure));
+  } else {
+    delivery_.Deliver(request, std::move(finished.result), finished.bytes);
   }
 }
 

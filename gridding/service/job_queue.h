@@ -6,12 +6,14 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
 
+#include "gridding/service/delivery.h"
 #include "gridding/service/request.h"
 
 namespace quarro::service {
@@ -33,11 +35,12 @@ void ThrowIfCancelled(const CancelFlag& cancelled);
 // another. Any thread may call anything but the destructor.
 class JobQueue {
  public:
-  // A job never throws. It runs in any case: one that was cancelled while it waited finds its flag
-  // set and fails its request.
-  using Job = std::function<void(const CancelFlag&)>;
+  // Gives the result of its request, or throws the failure; either is delivered once the job counts
+  // as done and what it holds is gone. A job that was cancelled while it waited finds its flag set.
+  using Job = std::function<Finished(const CancelFlag&)>;
 
-  explicit JobQueue(int threads);
+  // `delivery` must outlive this.
+  JobQueue(int threads, Delivery& delivery);
   // Runs what is queued first.
   ~JobQueue();
   JobQueue(const JobQueue&) = delete;
@@ -47,6 +50,7 @@ class JobQueue {
   // Sets the flag of every job, running or not, whose request is earlier than `sequence`; jobs that
   // open grids go on.
   void CancelBefore(std::uint64_t sequence);
+  // Until no job is left; the last may still be on their way to their call-backs.
   void WaitUntilIdle();
 
   std::size_t waiting() const;     // not yet begun
@@ -62,7 +66,9 @@ class JobQueue {
     CancelFlag cancelled;
   };
   void Run();
+  void Announce(const RequestPtr& request, Finished finished, std::exception_ptr failure);
 
+  Delivery& delivery_;
   mutable std::mutex mutex_;  // guards all below but the threads
   std::condition_variable changed_;
   std::deque<std::shared_ptr<Entry>> waiting_;

@@ -5,8 +5,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 #include "engine/result_token.h"
+#include "engine/results.h"
 
 namespace quarro::service {
 
@@ -55,5 +57,16 @@ struct Request {
   Clock::time_point begun;
 };
 using RequestPtr = std::shared_ptr<Request>;
+
+// A finished result and the bytes that it takes.
+struct Finished {
+  std::unique_ptr<SEBaseResult> result;
+  std::uint64_t bytes = 0;
+};
+
+template <typename Result>
+Finished FinishedWith(Result result) {
+  return {std::make_unique<Result>(std::move(result)), sizeof(Result)};
+}
 
 }  // namespace quarro::service

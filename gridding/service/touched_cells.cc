@@ -1,6 +1,7 @@
 #include "gridding/service/touched_cells.h"
 
 #include <algorithm>
+#include <atomic>
 #include <utility>
 
 #include <tbb/blocked_range.h>
@@ -14,6 +15,7 @@ namespace {
 
 // A cell that this many chunks did not touch is taken for left behind.
 constexpr std::uint64_t kChunksHeld = 4;
+constexpr std::size_t kCellsATask = 4;
 
 }  // namespace
 
@@ -21,15 +23,23 @@ struct TouchedCells::Compute {
   Compute(const core::GridSettings& settings, std::uint32_t threads)
       : arena(static_cast<int>(threads)), estimators(settings) {}
 
+  // Calls body(i) for each i below `count`. The two counters order what the threads read and write
+  // before, in and after it: the library that runs them does so too, but a sanitizer cannot see it.
   template <typename Body>
   void ForEach(std::size_t count, const Body& body) {
+    begun.fetch_add(1, std::memory_order_release);
     arena.execute([&] {
-      tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count, 4), [&](const auto& range) {
-        for (std::size_t i = range.begin(); i != range.end(); ++i) body(i);
+      tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count, kCellsATask), [&](const auto& r) {
+        begun.load(std::memory_order_acquire);
+        for (std::size_t i = r.begin(); i != r.end(); ++i) body(i);
+        ended.fetch_add(1, std::memory_order_release);
       });
     });
+    ended.load(std::memory_order_acquire);
   }
 
+  std::atomic<std::uint64_t> begun = 0;
+  std::atomic<std::uint64_t> ended = 0;
   tbb::task_arena arena;
   tbb::enumerable_thread_specific<core::LowResolutionEstimator> estimators;
 };

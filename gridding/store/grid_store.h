@@ -115,6 +115,8 @@ class RefinementWriter {
   virtual void Put(CellIndex cell, std::span<const std::byte> block, std::uint64_t nodes) = 0;
   // Takes a cell's block away.
   virtual void Remove(CellIndex cell) = 0;
+  // A cell's block as it stands, this refinement's own changes included; false when it has none.
+  virtual bool Block(CellIndex cell, Bytes& block) = 0;
   virtual void PutSetting(const std::string& key, const std::string& value) = 0;
   // Marks every cell as unchanged and makes the refinement visible and durable.
   virtual void Commit() = 0;

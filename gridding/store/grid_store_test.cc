@@ -220,6 +220,18 @@ TEST_F(GridStoreTest, WhatAVisitThrowsPassesThroughAndTheSnapshotStaysUsable) {
   EXPECT_EQ(CellsIn(*snapshot, kEverywhere).size(), 3U);
 }
 
+TEST_F(GridStoreTest, ARefinementReadsBackItsOwnBlocksBeforeItIsCommitted) {
+  AddLine(*store_, 1);
+  const auto refinement = store_->BeginRefinement();
+  refinement->Put({2, 3}, Text("block"), 4);
+  Bytes block;
+  ASSERT_TRUE(refinement->Block({2, 3}, block));
+  EXPECT_EQ(block, Text("block"));
+  EXPECT_FALSE(refinement->Block({2, 4}, block));
+  refinement->Remove({2, 3});
+  EXPECT_FALSE(refinement->Block({2, 3}, block));
+}
+
 TEST_F(GridStoreTest, TotalsFollowLinesAndRefinements) {
   AddLine(*store_, 1, {.cells = {{2, 3}, {4, -5}}, .bytes_a_cell = 32});
   AddLine(*store_, 2, {.cells = {{2, 3}, {3, 9}}, .bytes_a_cell = 48});

@@ -173,7 +173,7 @@ std::vector<CellIndex> SqliteSnapshot::ChangedCells() {
 }
 
 bool SqliteSnapshot::CellState(CellIndex cell, Bytes& state) {
-  return ReadCellState(reader_->connection, reader_->select_cell_state, cell, state);
+  return ReadCellBlock(reader_->connection, reader_->select_cell_state, "state", cell, state);
 }
 
 void SqliteSnapshot::AppendSoundings(CellIndex cell, Bytes& out, std::vector<LineRun>& runs) {
@@ -214,19 +214,19 @@ std::optional<LineRecord> SqliteSnapshot::FindLine(const Digest& digest) {
   return ReadLine(reader_->connection, select);
 }
 
-bool ReadCellState(Connection& connection, Statement& select_cell_state, CellIndex cell,
-                   Bytes& state) {
-  const ResetAtEnd reset(select_cell_state);
+bool ReadCellBlock(Connection& connection, Statement& select, const char* what, CellIndex cell,
+                   Bytes& block) {
+  const ResetAtEnd reset(select);
   const std::int64_t key = KeyOf(cell);
-  select_cell_state.Bind(1, key);
-  if (!select_cell_state.Step([cell] { return "reading the state of " + Describe(cell); })) {
+  select.Bind(1, key);
+  if (!select.Step([&] { return std::string("reading the ") + what + " of " + Describe(cell); })) {
     return false;
   }
-  const auto block = select_cell_state.Blob(0);
-  if (BlockChecksum(block, key) != select_cell_state.Integer(1)) {
-    connection.FailDamaged("the state of " + Describe(cell) + kDoesNotMatch);
+  const auto bytes = select.Blob(0);
+  if (BlockChecksum(bytes, key) != select.Integer(1)) {
+    connection.FailDamaged(std::string("the ") + what + " of " + Describe(cell) + kDoesNotMatch);
   }
-  state.assign(block.begin(), block.end());
+  block.assign(bytes.begin(), bytes.end());
   return true;
 }
 

@@ -66,9 +66,10 @@ class SqliteSnapshot : public Snapshot {
   Totals totals_;
 };
 
-// One row of `SELECT state, checksum FROM cells WHERE cell = ?`, the block verified.
-bool ReadCellState(Connection& connection, Statement& select_cell_state, CellIndex cell,
-                   Bytes& state);
+// The row of a statement that selects block and checksum of one cell, verified. `what` the block is
+// goes into the text of a failure. False when there is none.
+bool ReadCellBlock(Connection& connection, Statement& select, const char* what, CellIndex cell,
+                   Bytes& block);
 inline constexpr const char* kSelectCellState = "SELECT state, checksum FROM cells WHERE cell = ?";
 
 }  // namespace quarro::store

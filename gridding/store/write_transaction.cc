@@ -30,6 +30,7 @@ Writer::Writer(const std::filesystem::path& database, const std::string& grid_de
                   "INSERT INTO lines (sequence, name, digest, file_bytes, soundings, account) "
                   "VALUES (?, ?, ?, ?, ?, ?)"),
       select_nodes(connection, "SELECT nodes FROM refinements WHERE cell = ?"),
+      select_refinement(connection, "SELECT block, checksum FROM refinements WHERE cell = ?"),
       put_refinement(connection,
                      "INSERT OR REPLACE INTO refinements (cell, nodes, checksum, block) "
                      "VALUES (?, ?, ?, ?)"),

@@ -27,6 +27,7 @@ struct Writer {
   Statement insert_soundings;
   Statement insert_line;
   Statement select_nodes;
+  Statement select_refinement;
   Statement put_refinement;
   Statement remove_refinement;
   Statement put_setting;

@@ -43,7 +43,7 @@ bool SqliteLineWriter::CellState(CellIndex cell, Bytes& state) {
   bool found = false;
   transaction_.Do([&] {
     Writer& writer = transaction_.GetWriter();
-    found = ReadCellState(writer.connection, writer.select_cell_state, cell, state);
+    found = ReadCellBlock(writer.connection, writer.select_cell_state, "state", cell, state);
   });
   return found;
 }
@@ -152,6 +152,15 @@ void SqliteRefinementWriter::Remove(CellIndex cell) {
       return "removing the refinement of " + Describe(cell);
     });
   });
+}
+
+bool SqliteRefinementWriter::Block(CellIndex cell, Bytes& block) {
+  bool found = false;
+  transaction_.Do([&] {
+    Writer& writer = transaction_.GetWriter();
+    found = ReadCellBlock(writer.connection, writer.select_refinement, "refinement", cell, block);
+  });
+  return found;
 }
 
 void SqliteRefinementWriter::TakeFromTotals(CellIndex cell) {

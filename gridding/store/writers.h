@@ -41,6 +41,7 @@ class SqliteRefinementWriter : public RefinementWriter {
   explicit SqliteRefinementWriter(Writer& writer) : transaction_(writer) {}
   void Put(CellIndex cell, std::span<const std::byte> block, std::uint64_t nodes) override;
   void Remove(CellIndex cell) override;
+  bool Block(CellIndex cell, Bytes& block) override;
   void PutSetting(const std::string& key, const std::string& value) override;
   void Commit() override;
 

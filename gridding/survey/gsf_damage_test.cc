@@ -234,6 +234,28 @@ TEST_F(GsfDamage, PositionsOffTheGlobeGiveNoSounding) {
   EXPECT_EQ(soundings.size(), 0U);
 }
 
+TEST_F(GsfDamage, AFileCutShortWhileItIsReadKeepsWhatCameBefore) {
+  constexpr int kBeams = 30000;
+  const std::string zeros(2 * kBeams, '\0');
+  const std::string ping = Record(2, PingHeader({.beams = kBeams}) + UsualScales() +
+                                         Subrecord(1, std::string(2 * kBeams, '\x11')) +
+                                         Subrecord(2, zeros) + Subrecord(3, zeros));
+  std::string bytes = Header();
+  for (int i = 0; i < 12; ++i) bytes += ping;
+  const std::string path = scratch_.Write("line.gsf", bytes);
+  const auto reader = OpenLine(path);
+  PingChunk chunk;
+  BeamAccount account;
+  ASSERT_TRUE(reader->Next(chunk, account));
+  std::filesystem::resize_file(path, bytes.size() / 2);
+  while (reader->Next(chunk, account)) continue;
+  EXPECT_GE(account.pings, 5U);  // what the buffer held already may be more than half of the file
+  EXPECT_LT(account.pings, 12U);
+  EXPECT_EQ(account.read, account.pings * kBeams);
+  EXPECT_TRUE(Contains(reader->Remark(), "shrank") || Contains(reader->Remark(), "ends within"))
+      << reader->Remark();
+}
+
 TEST_F(GsfDamage, RandomDamageNeverCrashesAndEveryBeamIsAccountedFor) {
   const unsigned seed = 4711;
   std::mt19937 random(seed);

@@ -1,8 +1,8 @@
 // Text lines: what is read, skipped, refused.
 #include "gridding/survey/text_reader.h"
 
-#include <clocale>
 #include <cmath>
+#include <locale>
 
 #include <gtest/gtest.h>
 
@@ -127,12 +127,21 @@ TEST_F(TextLine, ChunksAreTheSameWhateverTheBuffer) {
   EXPECT_EQ(account.read, 200000U);
 }
 
+// Decimal commas and dotted thousands, as German has them.
+class CommaNumbers : public std::numpunct<char> {
+  char do_decimal_point() const override { return ','; }
+  char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
 TEST_F(TextLine, ACommaLocaleChangesNothing) {
-  const std::string before = std::setlocale(LC_ALL, nullptr);
-  if (std::setlocale(LC_ALL, "de_DE.UTF-8") == nullptr) GTEST_SKIP() << "no comma locale here";
-  const WholeLine line = Read("1.5 2.5 3.5\n");
-  std::setlocale(LC_ALL, before.c_str());
+  const std::locale before =
+      std::locale::global(std::locale(std::locale::classic(), new CommaNumbers));
+  const WholeLine line = Read("1.5 2.5 3.5\n1 2\n");
+  std::locale::global(before);
   EXPECT_EQ(line.chunk.depth_m.at(0), 3.5F);
+  EXPECT_EQ(line.chunk.pings.at(0).longitude_deg, 1.5);
+  EXPECT_EQ(line.remark, "line 2 is no sounding: \"1 2\"");
 }
 
 }  // namespace

@@ -66,11 +66,11 @@ struct UtmZone::Impl {
 };
 
 UtmZone::UtmZone(int zone) : impl_(std::make_unique<Impl>()), zone_(zone) {
-  const int number = zone < 0 ? -zone : zone;
-  if (zone < -60 || number < 1 || number > 60) {
+  if (zone < -60 || zone == 0 || zone > 60) {
     throw ExSGClientBase("no UTM zone " + std::to_string(zone) +
                          ": zones are 1 to 60, and -1 to -60 in the south");
   }
+  const int number = std::abs(zone);
   const std::string definition =
       "+proj=utm +zone=" + std::to_string(number) + (zone < 0 ? " +south" : "") + " +ellps=WGS84";
   impl_->context.reset(proj_context_create());

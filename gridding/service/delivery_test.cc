@@ -1,0 +1,98 @@
+#include "gridding/service/delivery.h"
+
+#include <future>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "gridding/local/engine_test_support.h"
+
+namespace quarro::service {
+namespace {
+
+using ::testing::ElementsAre;
+using testing::ReasonOf;
+using testing::Replies;
+
+std::unique_ptr<SEBaseResult> Ack() { return std::make_unique<ResultPosAck>(); }
+
+TEST(Delivery, AnAcknowledgementWaitsForTheCallBacksOfAllEarlierRequests) {
+  Replies replies;
+  Delivery delivery;
+  const auto depth = delivery.Accept(replies.Expect("depth"), RequestKind::kDepth, Order::kFree);
+  const auto synch =
+      delivery.Accept(replies.Expect("synch"), RequestKind::kSynchGrid, Order::kAfterAllEarlier);
+  const auto later = delivery.Accept(replies.Expect("later"), RequestKind::kQuery, Order::kFree);
+  delivery.Deliver(synch, Ack(), 0);
+  delivery.Deliver(later, Ack(), 0);
+  delivery.WaitFor(later);
+  EXPECT_THAT(replies.Names(), ElementsAre("later"));
+  delivery.Deliver(depth, Ack(), 0);
+  delivery.WaitForAll();
+  EXPECT_THAT(replies.Names(), ElementsAre("later", "depth", "synch"));
+}
+
+TEST(Delivery, FreeCallBacksRunBesideEachOther) {
+  Delivery delivery;
+  std::promise<void> other_runs;
+  std::promise<void> first_saw_it;
+  const auto first = delivery.Accept(
+      [&](const SEResultToken&) {
+        other_runs.get_future().wait();
+        first_saw_it.set_value();
+      },
+      RequestKind::kDepth, Order::kFree);
+  const auto second = delivery.Accept([&](const SEResultToken&) { other_runs.set_value(); },
+                                      RequestKind::kDepth, Order::kFree);
+  delivery.Deliver(first, Ack(), 0);
+  delivery.Deliver(second, Ack(), 0);
+  first_saw_it.get_future().wait();
+  delivery.WaitForAll();
+}
+
+TEST(Delivery, TokensAreNeverTheSame) {
+  Replies replies;
+  Delivery delivery;
+  for (int i = 0; i < 100; ++i) {
+    const auto request = delivery.Accept(replies.Expect(), RequestKind::kQuery, Order::kFree);
+    delivery.Deliver(request, Ack(), 0);
+  }
+  delivery.WaitForAll();
+  std::set<std::uint32_t> uids;
+  for (const SEResultToken& token : replies.Tokens()) {
+    uids.insert(token.uid);
+    delivery.pool().Take(token.uid);
+  }
+  EXPECT_EQ(uids.size(), 100U);
+}
+
+TEST(Delivery, AFailureIsThrownWithItsReasonAndItsClass) {
+  Replies replies;
+  Delivery delivery;
+  const auto fail = [&](const std::exception_ptr& failure) {
+    const auto request = delivery.Accept(replies.Expect(), RequestKind::kQuery, Order::kFree);
+    delivery.Fail(request, failure);
+    delivery.WaitForAll();
+    return replies.Tokens().back().uid;
+  };
+  const auto no_grid = fail(std::make_exception_ptr(ExSGCNoGrid("none")));
+  EXPECT_THROW(delivery.pool().Take(no_grid), ExSGCNoGrid);
+  const auto memory = fail(std::make_exception_ptr(std::bad_alloc()));
+  EXPECT_THROW(delivery.pool().Take(memory), ExSGCServerResources);
+  const auto other = fail(std::make_exception_ptr(std::runtime_error("the disc is gone")));
+  EXPECT_EQ(ReasonOf([&] { delivery.pool().Take(other); }), "the disc is gone");
+  const auto odd = fail(std::make_exception_ptr(7));
+  EXPECT_THROW(delivery.pool().Take(odd), ExSGClientBase);
+}
+
+TEST(Delivery, ATokenTellsTheSizeCappedAtTheLargestNumber) {
+  Replies replies;
+  Delivery delivery;
+  const auto request = delivery.Accept(replies.Expect(), RequestKind::kDepth, Order::kFree);
+  delivery.Deliver(request, Ack(), std::uint64_t{1} << 40U);
+  delivery.WaitForAll();
+  EXPECT_EQ(replies.Tokens()[0].object_size, 0xffffffffU);
+}
+
+}  // namespace
+}  // namespace quarro::service
