@@ -124,7 +124,7 @@ template <typename Result>
 std::unique_ptr<Result> FetchResult(SGClientBase& client, const SEResultToken& token) {
   std::unique_ptr<SEBaseResult> base(client.GetResult(token));
   if (auto* result = dynamic_cast<Result*>(base.get())) {
-    base.release();
+    (void)base.release();
     return std::unique_ptr<Result>(result);
   }
   throw ExSGCResultIncompatible("");

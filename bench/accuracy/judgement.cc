@@ -135,12 +135,26 @@ class Surroundings {
   std::vector<Near> soundings_;
 };
 
-Estimate Oracle(const std::vector<Near>& soundings, double east_m, double north_m, double reach_m) {
+// Where soundings may come from: a low-resolution node takes those of its own cell alone.
+struct Square {
+  double east_m;
+  double north_m;
+  double half_m;
+  bool Holds(const Near& sounding) const {
+    return std::abs(sounding.east_m - east_m) <= half_m &&
+           std::abs(sounding.north_m - north_m) <= half_m;
+  }
+};
+constexpr double kAnywhere_m = 1e9;
+
+Estimate Oracle(const std::vector<Near>& soundings, double east_m, double north_m, double reach_m,
+                const Square& within) {
   double weights = 0.0;
   double depths = 0.0;
   for (const Near& sounding : soundings) {
     if (!sounding.good) continue;
     if (std::hypot(sounding.east_m - east_m, sounding.north_m - north_m) > reach_m) continue;
+    if (!within.Holds(sounding)) continue;
     const double weight = 1.0 / (sounding.sigma_v_m * sounding.sigma_v_m);
     weights += weight;
     depths += weight * sounding.depth_m;
@@ -165,7 +179,7 @@ class Table {
  public:
   // Judges one node. Nodes outside coverage without a value count for nothing.
   void Add(const NodalDepth& estimate, double truth_m, const std::vector<Near>& soundings,
-           double east_m, double north_m, double side_m, double reach_m) {
+           double east_m, double north_m, double side_m, double reach_m, double within_half_m) {
     std::vector<double> square = DepthsInSquare(soundings, east_m, north_m, side_m);
     Estimate own;
     if (estimate.depth_m != kNoDepth) {
@@ -173,7 +187,8 @@ class Table {
              estimate.hypothesis_strength};
     }
     if (square.empty() && std::isnan(own.depth_m)) return;
-    const Estimate oracle = Oracle(soundings, east_m, north_m, reach_m);
+    const Estimate oracle =
+        Oracle(soundings, east_m, north_m, reach_m, {east_m, north_m, within_half_m});
     // Compared where all have a value; a node that only Quarro lacks is counted against it.
     if (square.empty() || std::isnan(oracle.depth_m)) return;
     quarro_.Add(own, truth_m);
@@ -245,7 +260,7 @@ std::vector<MethodErrors> JudgeFull(const Scenario& scenario, const SurveyRun& r
         const double north_m =
             centre.northing_m + (node / side + 0.5) * spacing_m - 0.5 * lattice.spacing_m();
         table.Add(cell.refinement->nodes[node].estimate, run.seafloor->DepthAt({east_m, north_m}),
-                  soundings, east_m, north_m, spacing_m, capture * spacing_m);
+                  soundings, east_m, north_m, spacing_m, capture * spacing_m, kAnywhere_m);
       }
     }
   }
@@ -269,7 +284,7 @@ std::vector<MethodErrors> JudgeLow(const Scenario& scenario, const SurveyRun& ru
                               static_cast<std::size_t>(settings.low_resolution_soundings)));
       table.Add(grid.At(row, column).estimate,
                 run.seafloor->DepthAt({node.easting_m, node.northing_m}), soundings, node.easting_m,
-                node.northing_m, lattice.spacing_m(), reach_m);
+                node.northing_m, lattice.spacing_m(), reach_m, 0.5 * lattice.spacing_m());
     }
   }
   return table.Sum();

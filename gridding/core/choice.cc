@@ -34,6 +34,7 @@ struct Witness {
   double east_m;  // of the node that asks
   double north_m;
   double depth_m;
+  double sigma_m;
 };
 
 // The unambiguous nodes around one place of the centre cell.
@@ -76,7 +77,8 @@ class Witnesses {
         const double away_north_m = static_cast<double>(row) * spacing_m - edge_m - north_m;
         if (away_east_m * away_east_m + away_north_m * away_north_m > reach_m * reach_m) continue;
         if (node.empty() || IsAmbiguous(node, settings_.estimator.ambiguous_share)) continue;
-        found_.push_back({away_east_m, away_north_m, BestSupported(node).depth_m});
+        const Hypothesis& best = BestSupported(node);
+        found_.push_back({away_east_m, away_north_m, best.depth_m, std::sqrt(best.variance_m2)});
       }
     }
   }
@@ -93,7 +95,8 @@ double ExpectedDepth(const std::vector<Witness>& witnesses, double reach_m) {
   for (const Witness& witness : witnesses) {
     around.push_back({.east_m = static_cast<float>(witness.east_m),
                       .north_m = static_cast<float>(witness.north_m),
-                      .depth_m = static_cast<float>(witness.depth_m)});
+                      .depth_m = static_cast<float>(witness.depth_m),
+                      .sigma_v_m = static_cast<float>(witness.sigma_m)});
   }
   const LocalTrend trend = TrendAround(around, reach_m);
   std::vector<double> depths_m;

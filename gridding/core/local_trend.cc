@@ -10,6 +10,9 @@ namespace {
 // Median of the magnitude of a standard normal deviate.
 constexpr double kMedianMagnitude = 0.6744897501960817;
 constexpr std::size_t kFewestPairs = 10;
+constexpr int kRounds = 5;
+// In units of the noise: a pair of good soundings hardly ever lies beyond.
+constexpr double kReachOfNoise = 3.5;
 
 // Most medians are of a handful of values, where insertion beats selection.
 constexpr std::size_t kFewValues = 24;
@@ -23,18 +26,17 @@ void SortFew(std::span<double> values) {
   }
 }
 
-struct Slopes {
-  std::array<double, 6> values{};
-  std::size_t count = 0;
-  double Median() { return count < 2 ? 0.0 : MedianOf(std::span(values).first(count)); }
-};
+// Of a median of normal deviates over that of their mean.
+constexpr double kMedianInefficiency = 1.5707963267948966;
 
 // Slopes along one axis between neighbours `step` apart in the 3 x 3 array, the slope `across` of
 // the other axis taken out.
 template <typename Along, typename Across>
 double SlopeAlong(const std::array<BlockMedian, 9>& blocks, double block_m, std::size_t step,
                   double across, Along along_m, Across across_m) {
-  Slopes slopes;
+  std::array<double, 6> slopes{};
+  std::size_t count = 0;
+  double variance_sum = 0.0;
   for (std::size_t i = 0; i + step < blocks.size(); ++i) {
     if (step == 1 && i % 3 == 2) continue;
     const BlockMedian& a = blocks[i];
@@ -43,9 +45,14 @@ double SlopeAlong(const std::array<BlockMedian, 9>& blocks, double block_m, std:
     const double run_m = along_m(b) - along_m(a);
     if (run_m < 0.3 * block_m) continue;
     const double rise_m = b.depth_m - a.depth_m - across * (across_m(b) - across_m(a));
-    slopes.values[slopes.count++] = rise_m / run_m;
+    variance_sum += (a.variance_m2 + b.variance_m2) / (run_m * run_m);
+    slopes[count++] = rise_m / run_m;
   }
-  return slopes.Median();
+  if (count < 2) return 0.0;
+  const double slope = MedianOf(std::span(slopes).first(count));
+  const auto pairs = static_cast<double>(count);
+  const double variance = kMedianInefficiency * variance_sum / (pairs * pairs);
+  return slope * std::max(0.0, 1.0 - variance / (slope * slope));
 }
 
 }  // namespace
@@ -80,9 +87,41 @@ void NoiseScale::Add(double difference_m, double variance_sum_m2) {
   ratios_.push_back(std::abs(difference_m) / std::sqrt(variance_sum_m2));
 }
 
+// Spikes are in up to two of three pairs, so the median is taken again of what lies within reach of
+// the noise that it told, until it settles.
 double NoiseScale::Value() {
   if (ratios_.size() < kFewestPairs) return 1.0;
-  return std::max(1.0, MedianOf(ratios_) / kMedianMagnitude);
+  std::span<double> within(ratios_);
+  double scale = 1.0;
+  for (int round = 0; round < kRounds; ++round) {
+    scale = std::max(1.0, MedianOf(within) / kMedianMagnitude);
+    const auto end = std::partition(within.begin(), within.end(),
+                                    [&](double ratio) { return ratio <= kReachOfNoise * scale; });
+    const auto count = static_cast<std::size_t>(end - within.begin());
+    if (count == within.size()) break;
+    within = within.first(count);
+  }
+  return scale;
+}
+
+BlockMedian BlockMedianFinder::Of(std::span<const NodeSounding> soundings) {
+  if (soundings.empty()) return {};
+  depths_m_.clear();
+  double east_sum_m = 0.0;
+  double north_sum_m = 0.0;
+  double variance_sum_m2 = 0.0;
+  for (const NodeSounding& sounding : soundings) {
+    depths_m_.push_back(sounding.depth_m);
+    east_sum_m += sounding.east_m;
+    north_sum_m += sounding.north_m;
+    variance_sum_m2 += static_cast<double>(sounding.sigma_v_m) * sounding.sigma_v_m;
+  }
+  const auto count = static_cast<double>(soundings.size());
+  return {.east_m = east_sum_m / count,
+          .north_m = north_sum_m / count,
+          .depth_m = MedianOf(depths_m_),
+          .variance_m2 = kMedianInefficiency * variance_sum_m2 / (count * count),
+          .filled = true};
 }
 
 LocalTrend TrendAround(std::span<const NodeSounding> soundings, double reach_m) {
@@ -93,22 +132,11 @@ LocalTrend TrendAround(std::span<const NodeSounding> soundings, double reach_m) 
     };
     return 3 * step(sounding.north_m) + step(sounding.east_m);
   };
-  std::array<std::vector<double>, 9> depths_m;
+  std::array<std::vector<NodeSounding>, 9> in_blocks;
+  for (const NodeSounding& sounding : soundings) in_blocks[block_of(sounding)].push_back(sounding);
   std::array<BlockMedian, 9> blocks;
-  for (const NodeSounding& sounding : soundings) {
-    const std::size_t block = block_of(sounding);
-    depths_m[block].push_back(sounding.depth_m);
-    blocks[block].east_m += sounding.east_m;
-    blocks[block].north_m += sounding.north_m;
-  }
-  for (std::size_t i = 0; i < blocks.size(); ++i) {
-    if (depths_m[i].empty()) continue;
-    const auto count = static_cast<double>(depths_m[i].size());
-    blocks[i] = {.east_m = blocks[i].east_m / count,
-                 .north_m = blocks[i].north_m / count,
-                 .depth_m = MedianOf(depths_m[i]),
-                 .filled = true};
-  }
+  BlockMedianFinder finder;
+  for (std::size_t i = 0; i < blocks.size(); ++i) blocks[i] = finder.Of(in_blocks[i]);
   return TrendAcross(blocks, block_m);
 }
 

@@ -14,7 +14,18 @@ struct BlockMedian {
   double east_m = 0.0;
   double north_m = 0.0;
   double depth_m = 0.0;
+  double variance_m2 = 0.0;  // of the median, as the soundings' uncertainties have it
   bool filled = false;
+};
+
+// Gathers one block. One thread an object, which keeps its working memory.
+class BlockMedianFinder {
+ public:
+  // The median of `soundings`; not filled when there are none.
+  BlockMedian Of(std::span<const NodeSounding> soundings);
+
+ private:
+  std::vector<double> depths_m_;
 };
 
 // Median of `depths_m`, which it reorders; of an even count the mean of the middle two. Not empty.

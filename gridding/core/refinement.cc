@@ -151,23 +151,7 @@ std::span<const NodeSounding> CellRefiner::Bucket(std::size_t bucket) const {
 
 void CellRefiner::FindMedians() {
   medians_.assign(static_cast<std::size_t>(buckets_) * buckets_, {});
-  for (std::size_t i = 0; i < medians_.size(); ++i) {
-    const auto soundings = Bucket(i);
-    if (soundings.empty()) continue;
-    depths_m_.clear();
-    double east_sum_m = 0.0;
-    double north_sum_m = 0.0;
-    for (const NodeSounding& sounding : soundings) {
-      depths_m_.push_back(sounding.depth_m);
-      east_sum_m += sounding.east_m;
-      north_sum_m += sounding.north_m;
-    }
-    const auto count = static_cast<double>(soundings.size());
-    medians_[i] = {.east_m = east_sum_m / count,
-                   .north_m = north_sum_m / count,
-                   .depth_m = MedianOf(depths_m_),
-                   .filled = true};
-  }
+  for (std::size_t i = 0; i < medians_.size(); ++i) medians_[i] = median_finder_.Of(Bucket(i));
 }
 
 void CellRefiner::FindTrends() {

@@ -89,7 +89,7 @@ class CellRefiner {
   NoiseScale noise_;
 
   std::vector<std::uint32_t> next_;
-  std::vector<double> depths_m_;
+  BlockMedianFinder median_finder_;
   HypothesisList hypotheses_;
 };
 

@@ -19,8 +19,8 @@ void BlockChooser::Choose(core::CellIndex block, std::uint64_t mask,
 void BlockChooser::Load(core::CellIndex first, const EstimatedBlocks& estimated) {
   for (Slot& slot : slots_) slot.estimated = slot.refined = false;
   LoadStored(first);
-  for (std::int32_t row = 0; row < kRing; ++row) {
-    for (std::int32_t column = 0; column < kRing; ++column) {
+  for (std::int32_t row = 0; row < CellBlocks::kRingSide; ++row) {
+    for (std::int32_t column = 0; column < CellBlocks::kRingSide; ++column) {
       const auto cell = CellBlocks::Neighbour(first, row - 1, column - 1);
       if (!cell) continue;
       const auto block = estimated.Find(*cell);

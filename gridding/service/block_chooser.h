@@ -28,7 +28,6 @@ class BlockChooser {
               std::vector<RefinedCell>& out);
 
  private:
-  static constexpr std::int32_t kRing = CellBlocks::kSide + 2;  // a block and a ring around it
   struct Slot {
     bool estimated = false;  // anew, maybe as not refined
     bool refined = false;
@@ -39,14 +38,14 @@ class BlockChooser {
   void Load(core::CellIndex first, const EstimatedBlocks& estimated);
   void LoadStored(core::CellIndex first);
   Slot& SlotAt(std::int32_t row, std::int32_t column) {
-    return slots_[static_cast<std::size_t>(row * kRing + column)];
+    return slots_[CellBlocks::RingPlace(row, column)];
   }
   void ChooseCell(std::int32_t row, std::int32_t column, core::CellIndex cell,
                   std::vector<RefinedCell>& out);
 
   store::Snapshot& snapshot_;
   const core::GridSettings settings_;
-  std::array<Slot, static_cast<std::size_t>(kRing) * kRing> slots_;  // row-major
+  std::array<Slot, CellBlocks::kRingCells> slots_;  // row-major
 };
 
 }  // namespace quarro::service

@@ -59,7 +59,7 @@ void BlockRefiner::Refine(core::CellIndex block, std::uint64_t mask, const Trace
   }
   for (std::int32_t row = 0; row < CellBlocks::kSide; ++row) {
     for (std::int32_t column = 0; column < CellBlocks::kSide; ++column) {
-      const auto place = static_cast<std::size_t>((row + 1) * kRing + column + 1);
+      const auto place = CellBlocks::RingPlace(row + 1, column + 1);
       if (!CellBlocks::Contains(mask, row, column) || counts_[place] == 0) continue;
       const core::CellIndex cell{first.row + row, first.column + column};
       out.push_back({.cell = cell, .block = {}, .nodes = 0});
@@ -79,7 +79,8 @@ void BlockRefiner::FindCells(core::CellIndex first) {
     core::Decode(cell.state, state_);
     const auto row = std::int64_t{cell.index.row} - first.row + 1;
     const auto column = std::int64_t{cell.index.column} - first.column + 1;
-    const auto place = static_cast<std::size_t>(row * kRing + column);
+    const auto place =
+        CellBlocks::RingPlace(static_cast<std::int32_t>(row), static_cast<std::int32_t>(column));
     counts_[place] = state_.statistics.soundings;
     nodes_per_side_[place] = core::NodesPerSide(state_.statistics, settings_);
   });
@@ -88,14 +89,15 @@ void BlockRefiner::FindCells(core::CellIndex first) {
 std::uint64_t BlockRefiner::BytesOfRows() const {
   std::uint64_t most_in_rows = 0;
   std::uint64_t most_in_work = 0;
-  for (std::int32_t row = 0; row + 3 <= kRing; ++row) {
-    const auto* begin = counts_.data() + static_cast<std::ptrdiff_t>(row) * kRing;
+  for (std::int32_t row = 0; row + 3 <= CellBlocks::kRingSide; ++row) {
+    const auto* begin = &counts_[CellBlocks::RingPlace(row, 0)];
     std::uint64_t in_rows = 0;
-    for (std::int32_t i = 0; i < 3 * kRing; ++i) in_rows += begin[i];
+    for (std::int32_t i = 0; i < 3 * CellBlocks::kRingSide; ++i) in_rows += begin[i];
     most_in_rows = std::max(most_in_rows, in_rows);
-    for (std::int32_t column = 0; column + 3 <= kRing; ++column) {
+    for (std::int32_t column = 0; column + 3 <= CellBlocks::kRingSide; ++column) {
       std::uint64_t in_work = 0;
-      for (std::int32_t i = 0; i < 9; ++i) in_work += begin[(i / 3) * kRing + column + i % 3];
+      for (std::int32_t i = 0; i < 9; ++i)
+        in_work += begin[(i / 3) * CellBlocks::kRingSide + column + i % 3];
       most_in_work = std::max(most_in_work, in_work);
     }
   }
@@ -110,12 +112,11 @@ void BlockRefiner::RefineCell(core::CellIndex cell, std::int32_t row, std::int32
     const std::int32_t to_east = i % 3 - 1;
     const std::int32_t ring_row = row + 1 + to_north;
     const std::int32_t ring_column = column + 1 + to_east;
-    if (counts_[static_cast<std::size_t>(ring_row * kRing + ring_column)] == 0) continue;
+    if (counts_[CellBlocks::RingPlace(ring_row, ring_column)] == 0) continue;
     cells[static_cast<std::size_t>(i)] =
         Soundings({cell.row + to_north, cell.column + to_east}, ring_row, ring_column);
   }
-  const std::uint32_t side =
-      nodes_per_side_[static_cast<std::size_t>((row + 1) * kRing + column + 1)];
+  const std::uint32_t side = nodes_per_side_[CellBlocks::RingPlace(row + 1, column + 1)];
   refiner_.Refine(side, cells, refinement_);
   for (const auto& trace : TracesIn(traces, cell)) {
     trace->Step("# refinement into " + std::to_string(side) + " x " + std::to_string(side) +
@@ -151,7 +152,7 @@ const core::CellSoundings* BlockRefiner::Soundings(core::CellIndex cell, std::in
 
 void BlockRefiner::ForgetAllBut(std::int32_t row, std::int32_t column) {
   for (auto& slots : slots_) {
-    for (std::int32_t i = 0; i < kRing; ++i) {
+    for (std::int32_t i = 0; i < CellBlocks::kRingSide; ++i) {
       Slot& slot = slots[static_cast<std::size_t>(i)];
       const bool wanted = i >= column && i <= column + 2 && slot.row >= row && slot.row <= row + 2;
       if (!wanted) slot = Slot();

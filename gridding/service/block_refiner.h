@@ -50,7 +50,6 @@ class BlockRefiner {
               std::vector<RefinedCell>& out);
 
  private:
-  static constexpr std::int32_t kRing = CellBlocks::kSide + 2;  // a block and a ring around it
   struct Slot {
     core::CellSoundings soundings;
     std::int64_t row = -1;  // in the block and its ring; -1: nothing loaded
@@ -70,9 +69,9 @@ class BlockRefiner {
   core::CellState state_;
   core::Refinement refinement_;
   // Of the block and its ring, row-major.
-  std::array<std::uint64_t, static_cast<std::size_t>(kRing) * kRing> counts_{};
-  std::array<std::uint32_t, static_cast<std::size_t>(kRing) * kRing> nodes_per_side_{};
-  std::array<std::array<Slot, kRing>, 3> slots_;  // row modulo 3, column
+  std::array<std::uint64_t, CellBlocks::kRingCells> counts_{};
+  std::array<std::uint32_t, CellBlocks::kRingCells> nodes_per_side_{};
+  std::array<std::array<Slot, CellBlocks::kRingSide>, 3> slots_;  // row modulo 3, column
   store::Bytes bytes_;
   std::vector<store::Snapshot::LineRun> runs_;
 };

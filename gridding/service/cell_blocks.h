@@ -1,6 +1,7 @@
 // Sets of cells as 8 x 8 blocks with a mask each: a bit or so a cell, whatever their number.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -12,6 +13,13 @@ namespace quarro::service {
 class CellBlocks {
  public:
   static constexpr std::int32_t kSide = 8;
+  // A block with a ring of cells around it.
+  static constexpr std::int32_t kRingSide = kSide + 2;
+  static constexpr std::size_t kRingCells = std::size_t{kRingSide} * kRingSide;
+  // Of a cell in a block and its ring, counted from the ring's south-west.
+  static constexpr std::size_t RingPlace(std::int32_t row, std::int32_t column) {
+    return static_cast<std::size_t>(row) * kRingSide + static_cast<std::size_t>(column);
+  }
 
   // Row and column of a block: those of its cells over 8, rounded down. Masks hold bit
   // 8 * row + column of the cells in the block, from the south-west.
