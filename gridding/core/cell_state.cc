@@ -87,15 +87,15 @@ double CellStatistics::HorizontalSigma() const {
 double CellStatistics::CoveredFraction() const { return std::popcount(occupancy) / 64.0; }
 
 std::uint32_t NodesPerSide(const CellStatistics& statistics, const GridSettings& settings) {
-  if (statistics.soundings == 0) return 1;
+  const auto soundings = static_cast<double>(statistics.soundings);
+  if (soundings < settings.refinement.soundings_per_node) return 1;
   const double finest_m =
       std::max(settings.min_resolution_m,
                settings.refinement.horizontal_uncertainty_factor * statistics.HorizontalSigma());
   // The resolutions are decimals: 50 m into 0.5 m nodes is 100, not 99.999.
   const double by_spacing = std::floor(settings.resolution_m / finest_m * (1.0 + 1e-9));
-  const double by_density = std::floor(
-      std::sqrt(static_cast<double>(statistics.soundings) /
-                (settings.refinement.soundings_per_node * statistics.CoveredFraction())));
+  const double by_density = std::floor(std::sqrt(
+      soundings / (settings.refinement.soundings_per_node * statistics.CoveredFraction())));
   return static_cast<std::uint32_t>(std::max(1.0, std::min(by_spacing, by_density)));
 }
 
@@ -141,7 +141,7 @@ void LowResolutionEstimator::Estimate(CellState& state, EstimatorTrace* trace) {
   const double reach_m = std::max(std::sqrt(reach_squared), LeastReach(settings_));
   NodeSurroundings surroundings;
   surroundings.spacing_m = reach_m / settings_.estimator.capture_radius;
-  surroundings.trend = TrendAround(soundings_, reach_m);
+  surroundings.trend = TrendAround(soundings_, reach_m, settings_.estimator.unknown_slope);
   surroundings.noise_scale = ScatterOf(soundings_, surroundings.trend);
   estimator_.Estimate(soundings_, surroundings, state.low, trace);
 }

@@ -89,7 +89,7 @@ class Witnesses {
 };
 
 // The depth at the node that the witnesses lead one to expect.
-double ExpectedDepth(const std::vector<Witness>& witnesses, double reach_m) {
+double ExpectedDepth(const std::vector<Witness>& witnesses, double reach_m, double unknown_slope) {
   std::vector<NodeSounding> around;
   around.reserve(witnesses.size());
   for (const Witness& witness : witnesses) {
@@ -98,7 +98,7 @@ double ExpectedDepth(const std::vector<Witness>& witnesses, double reach_m) {
                       .depth_m = static_cast<float>(witness.depth_m),
                       .sigma_v_m = static_cast<float>(witness.sigma_m)});
   }
-  const LocalTrend trend = TrendAround(around, reach_m);
+  const LocalTrend trend = TrendAround(around, reach_m, unknown_slope);
   std::vector<double> depths_m;
   depths_m.reserve(witnesses.size());
   for (const Witness& witness : witnesses) {
@@ -143,7 +143,7 @@ void ChooseHypotheses(const RefinedNeighbourhood& cells, const GridSettings& set
     const double north_m = static_cast<double>(node / centre.nodes_per_side) * spacing_m - edge_m;
     const auto& around = witnesses.Around(east_m, north_m, reach_m);
     if (around.size() >= static_cast<std::size_t>(estimator.fewest_neighbours)) {
-      expected.emplace_back(node, ExpectedDepth(around, reach_m));
+      expected.emplace_back(node, ExpectedDepth(around, reach_m, estimator.unknown_slope));
     }
   }
   for (std::size_t node = 0; node < nodes; ++node) OrderBySupport(centre.MutableNode(node));

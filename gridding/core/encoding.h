@@ -33,8 +33,9 @@ class Encoder {
   template <typename T>
   void PutArray(std::span<const T> values) {
     static_assert(std::is_trivially_copyable_v<T>);
-    const auto bytes = std::as_bytes(values);
-    out_.insert(out_.end(), bytes.begin(), bytes.end());
+    const std::size_t before = out_.size();
+    out_.resize(before + values.size_bytes());
+    if (!values.empty()) std::memcpy(out_.data() + before, values.data(), values.size_bytes());
   }
 
  private:

@@ -29,11 +29,16 @@ void SortFew(std::span<double> values) {
 // Of a median of normal deviates over that of their mean.
 constexpr double kMedianInefficiency = 1.5707963267948966;
 
+struct Slope {
+  double value = 0.0;
+  double variance = 0.0;
+};
+
 // Slopes along one axis between neighbours `step` apart in the 3 x 3 array, the slope `across` of
 // the other axis taken out.
 template <typename Along, typename Across>
-double SlopeAlong(const std::array<BlockMedian, 9>& blocks, double block_m, std::size_t step,
-                  double across, Along along_m, Across across_m) {
+Slope SlopeAlong(const std::array<BlockMedian, 9>& blocks, double block_m, std::size_t step,
+                 double across, double unknown_slope, Along along_m, Across across_m) {
   std::array<double, 6> slopes{};
   std::size_t count = 0;
   double variance_sum = 0.0;
@@ -48,11 +53,13 @@ double SlopeAlong(const std::array<BlockMedian, 9>& blocks, double block_m, std:
     variance_sum += (a.variance_m2 + b.variance_m2) / (run_m * run_m);
     slopes[count++] = rise_m / run_m;
   }
-  if (count < 2) return 0.0;
+  const double unknown = unknown_slope * unknown_slope;
+  if (count < 2) return {.value = 0.0, .variance = unknown};
   const double slope = MedianOf(std::span(slopes).first(count));
   const auto pairs = static_cast<double>(count);
   const double variance = kMedianInefficiency * variance_sum / (pairs * pairs);
-  return slope * std::max(0.0, 1.0 - variance / (slope * slope));
+  const double kept = slope == 0.0 ? 0.0 : std::max(0.0, 1.0 - variance / (slope * slope));
+  return {.value = slope * kept, .variance = std::min(variance, unknown)};
 }
 
 }  // namespace
@@ -69,7 +76,8 @@ double MedianOf(std::span<double> depths_m) {
   return 0.5 * (*middle + *std::max_element(depths_m.begin(), middle));
 }
 
-LocalTrend TrendAcross(const std::array<BlockMedian, 9>& blocks, double block_m) {
+LocalTrend TrendAcross(const std::array<BlockMedian, 9>& blocks, double block_m,
+                       double unknown_slope) {
   const auto east = [](const BlockMedian& block) { return block.east_m; };
   const auto north = [](const BlockMedian& block) { return block.north_m; };
   LocalTrend trend;
@@ -77,8 +85,12 @@ LocalTrend TrendAcross(const std::array<BlockMedian, 9>& blocks, double block_m)
   // out.
   for (int round = 0; round < 2; ++round) {
     const LocalTrend before = trend;
-    trend.east = SlopeAlong(blocks, block_m, 1, before.north, east, north);
-    trend.north = SlopeAlong(blocks, block_m, 3, before.east, north, east);
+    const Slope to_east = SlopeAlong(blocks, block_m, 1, before.north, unknown_slope, east, north);
+    const Slope to_north = SlopeAlong(blocks, block_m, 3, before.east, unknown_slope, north, east);
+    trend = {.east = to_east.value,
+             .north = to_north.value,
+             .east_variance = to_east.variance,
+             .north_variance = to_north.variance};
   }
   return trend;
 }
@@ -124,7 +136,8 @@ BlockMedian BlockMedianFinder::Of(std::span<const NodeSounding> soundings) {
           .filled = true};
 }
 
-LocalTrend TrendAround(std::span<const NodeSounding> soundings, double reach_m) {
+LocalTrend TrendAround(std::span<const NodeSounding> soundings, double reach_m,
+                       double unknown_slope) {
   const double block_m = 2.0 * reach_m / 3.0;
   const auto block_of = [&](const NodeSounding& sounding) {
     const auto step = [&](float offset_m) {
@@ -137,7 +150,7 @@ LocalTrend TrendAround(std::span<const NodeSounding> soundings, double reach_m) 
   std::array<BlockMedian, 9> blocks;
   BlockMedianFinder finder;
   for (std::size_t i = 0; i < blocks.size(); ++i) blocks[i] = finder.Of(in_blocks[i]);
-  return TrendAcross(blocks, block_m);
+  return TrendAcross(blocks, block_m, unknown_slope);
 }
 
 void AddDifferences(std::span<const NodeSounding> soundings, const LocalTrend& trend,

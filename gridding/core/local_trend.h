@@ -33,9 +33,12 @@ double MedianOf(std::span<double> depths_m);
 
 // The slope across a 3 x 3 neighbourhood of blocks with sides of `block_m`, in row-major order from
 // the south-west: medians of the slopes between blocks next to each other (Theil and Sen's
-// estimator over neighbours), so that one bad block has no say. Zero along an axis with fewer than
-// two pairs.
-LocalTrend TrendAcross(const std::array<BlockMedian, 9>& blocks, double block_m);
+// estimator over neighbours), so that one bad block has no say. A slope g known with variance v is
+// taken as g max(0, 1 - v / g^2) (the positive-part rule of James and Stein for one mean): what
+// noise explains is no slope, and a clear slope stays as it is. Along an axis with fewer than two
+// pairs the slope is zero; its variance is never more than the square of `unknown_slope`.
+LocalTrend TrendAcross(const std::array<BlockMedian, 9>& blocks, double block_m,
+                       double unknown_slope);
 
 // Gathers differences of soundings that follow one another, over what their uncertainties explain.
 // Their median tells the noise apart from offsets between lines, which few such pairs straddle
@@ -53,7 +56,8 @@ class NoiseScale {
 };
 
 // Trend and scatter of all soundings within `reach_m` of a node, taken as 3 x 3 blocks around it.
-LocalTrend TrendAround(std::span<const NodeSounding> soundings, double reach_m);
+LocalTrend TrendAround(std::span<const NodeSounding> soundings, double reach_m,
+                       double unknown_slope);
 double ScatterOf(std::span<const NodeSounding> soundings, const LocalTrend& trend);
 
 // Adds the differences of each sounding to the next one.

@@ -18,6 +18,7 @@ void NodeEstimator::Estimate(std::span<const NodeSounding> soundings,
                              const NodeSurroundings& surroundings, HypothesisList& hypotheses,
                              EstimatorTrace* trace) {
   trace_ = trace;
+  trend_ = surroundings.trend;
   queue_.clear();
   tracks_.clear();
   for (std::size_t i = 0; i < soundings.size(); ++i) {
@@ -28,7 +29,7 @@ void NodeEstimator::Estimate(std::span<const NodeSounding> soundings,
   hypotheses.clear();
   for (const Track& track : tracks_) {
     hypotheses.push_back({.depth_m = static_cast<float>(track.Depth()),
-                          .variance_m2 = static_cast<float>(track.Variance()),
+                          .variance_m2 = static_cast<float>(track.Variance(trend_)),
                           .sample_count = track.sums.count});
   }
   OrderBySupport(hypotheses);
@@ -48,6 +49,8 @@ NodeEstimator::Value NodeEstimator::ValueAt(const NodeSounding& sounding,
   const double near = distance_m / surroundings.spacing_m;
   const double base = noise_m * noise_m + slope_squared * sigma_h_m * sigma_h_m;
   return {.depth_m = sounding.depth_m - trend.east * east_m - trend.north * north_m,
+          .east_m = east_m,
+          .north_m = north_m,
           .base_variance = base,
           .weight_variance = base * (1.0 + reach * reach),
           .fit_variance = base * (1.0 + near * near)};
@@ -81,7 +84,7 @@ void NodeEstimator::Take(const Value& value) {
   for (std::size_t i = 0; i < tracks_.size(); ++i) {
     const Track& track = tracks_[i];
     const double e =
-        (value.depth_m - track.Depth()) / std::sqrt(track.Variance() + value.fit_variance);
+        (value.depth_m - track.Depth()) / std::sqrt(track.Variance(trend_) + value.fit_variance);
     if (best == tracks_.size() || std::abs(e) < std::abs(innovation)) {
       best = i;
       innovation = e;
@@ -135,6 +138,8 @@ void NodeEstimator::Sums::Add(double depth_m, const Value& value) {
   const double w = 1.0 / value.weight_variance;
   weight += w;
   depth += depth_m * w;
+  east += value.east_m * w;
+  north += value.north_m * w;
   variance += value.base_variance * w * w;
   ++count;
 }
@@ -142,8 +147,16 @@ void NodeEstimator::Sums::Add(double depth_m, const Value& value) {
 void NodeEstimator::Sums::Subtract(const Sums& other) {
   weight -= other.weight;
   depth -= other.depth;
+  east -= other.east;
+  north -= other.north;
   variance -= other.variance;
   count -= other.count;
+}
+
+double NodeEstimator::Track::Variance(const LocalTrend& trend) const {
+  return (sums.variance + trend.east_variance * sums.east * sums.east +
+          trend.north_variance * sums.north * sums.north) /
+         (sums.weight * sums.weight);
 }
 
 void NodeEstimator::TraceTake(const Value& value, std::size_t track, double innovation,
@@ -154,7 +167,7 @@ void NodeEstimator::TraceTake(const Value& value, std::size_t track, double inno
                 "value %.3f m sigma %.3f m innovation %.2f %s hypothesis %zu: depth %.3f m sigma "
                 "%.4f m samples %u evidence %.2f %.2f",
                 value.depth_m, std::sqrt(value.base_variance), innovation, what, track + 1,
-                now.Depth(), std::sqrt(now.Variance()), now.sums.count, now.deeper.evidence,
+                now.Depth(), std::sqrt(now.Variance(trend_)), now.sums.count, now.deeper.evidence,
                 now.shoaler.evidence);
   trace_->Step(line.data());
 }

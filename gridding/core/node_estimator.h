@@ -25,6 +25,8 @@ struct NodeSounding {
 struct LocalTrend {
   double east = 0.0;
   double north = 0.0;
+  double east_variance = 0.0;
+  double north_variance = 0.0;
 };
 
 // What is known of a node's surroundings before its own soundings are weighed.
@@ -52,7 +54,8 @@ class EstimatorTrace {
 // A sounding with standard uncertainties sv, sh at distance d weighs by the variance
 // b (1 + ((d + 1.96 sh) / s)^2), b = (noise_scale sv)^2 + (slope sh)^2. The variance reported is
 // that of the weighted mean of soundings with the variances b, so weights do not make it better or
-// worse than the data is.
+// worse than the data is, and what the trend's own variance makes of the way from their centre to
+// the node.
 //
 // One thread an estimator, which keeps its working memory and allocates nothing once it is warm.
 class NodeEstimator {
@@ -66,15 +69,19 @@ class NodeEstimator {
 
  private:
   struct Value {
-    double depth_m;          // at the node
+    double depth_m;  // at the node
+    double east_m;   // where it was sounded
+    double north_m;
     double base_variance;    // b
     double weight_variance;  // with the growth by distance
     double fit_variance;     // what the fit is judged by
   };
   // Weighted sums of some values, depths counted from the founder's.
   struct Sums {
-    double weight = 0.0;    // of 1 / weight_variance
-    double depth = 0.0;     // of depth / weight_variance
+    double weight = 0.0;  // of 1 / weight_variance
+    double depth = 0.0;   // of depth / weight_variance
+    double east = 0.0;    // of east / weight_variance
+    double north = 0.0;
     double variance = 0.0;  // of base_variance / weight_variance^2
     std::uint32_t count = 0;
     void Add(double depth_m, const Value& value);
@@ -91,7 +98,7 @@ class NodeEstimator {
     Run deeper;
     Run shoaler;
     double Depth() const { return origin_m + sums.depth / sums.weight; }
-    double Variance() const { return sums.variance / (sums.weight * sums.weight); }
+    double Variance(const LocalTrend& trend) const;
   };
 
   Value ValueAt(const NodeSounding& sounding, const NodeSurroundings& surroundings) const;
@@ -105,6 +112,7 @@ class NodeEstimator {
 
   EstimatorSettings settings_;
   EstimatorTrace* trace_ = nullptr;
+  LocalTrend trend_;
   std::vector<Value> queue_;  // ascending depth
   std::vector<Track> tracks_;
 };

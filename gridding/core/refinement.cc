@@ -162,7 +162,8 @@ void CellRefiner::FindTrends() {
       for (std::size_t i = 0; i < blocks.size(); ++i) {
         blocks[i] = medians_[(row + i / 3) * buckets_ + column + i % 3];
       }
-      trends_[row * side_ + column] = TrendAcross(blocks, spacing_m_);
+      trends_[row * side_ + column] =
+          TrendAcross(blocks, spacing_m_, settings_.estimator.unknown_slope);
     }
   }
 }

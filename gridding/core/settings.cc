@@ -15,6 +15,8 @@ EstimatorSettings ReadEstimatorSettings(const MParams& params) {
       LookupNumber(params, section, "OutlierSigmas", settings.outlier_sigmas, 1.0, 100.0);
   settings.run_evidence =
       LookupNumber(params, section, "RunEvidence", settings.run_evidence, 0.1, 1000.0);
+  settings.unknown_slope =
+      LookupNumber(params, section, "UnknownSlope", settings.unknown_slope, 0.0, 10.0);
   settings.low_resolution_soundings = static_cast<int>(LookupInteger(
       params, section, "LowResolutionSoundings", settings.low_resolution_soundings, 1, 10000));
   return settings;

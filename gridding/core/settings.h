@@ -19,6 +19,8 @@ struct EstimatorSettings {
   // Evidence (natural logarithm of the Bayes factor) for the shifted model, gathered over a run of
   // soundings on one side, that ends a hypothesis's claim on the soundings that follow.
   double run_evidence = 5.0;
+  // Standard deviation of the seafloor's slope where the soundings cannot tell it.
+  double unknown_slope = 0.2;
   // Soundings wanted around a low-resolution node before its reach shrinks.
   int low_resolution_soundings = 20;
   // True: an ambiguous node reports the hypothesis that agrees with its unambiguous neighbours.

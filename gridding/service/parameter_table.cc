@@ -27,8 +27,17 @@ const std::vector<ParameterInfo>& ParameterTable() {
       {"Estimator", "OutlierSigmas", "4", "distance at which a sounding founds a hypothesis"},
       {"Estimator", "RunEvidence", "5",
        "evidence over a run of soundings that founds a hypothesis"},
+      {"Estimator", "UnknownSlope", "0.2",
+       "standard deviation of the slope where the soundings cannot tell it"},
       {"Estimator", "LowResolutionSoundings", "20",
        "soundings wanted around a low-resolution node"},
+
+      {"Estimator", "AskNeighbours", "true",
+       "ambiguous nodes report what agrees with their neighbours, not what most soundings say"},
+      {"Estimator", "AmbiguousShare", "0.2",
+       "share of the first hypothesis's soundings that makes a runner-up compete"},
+      {"Estimator", "NeighbourReach", "5", "node spacings within which neighbours are asked"},
+      {"Estimator", "FewestNeighbours", "8", "neighbours that are heeded at least"},
 
       {"Refinement", "SoundingsPerNode", "5", "least mean number of soundings a refined node"},
       {"Refinement", "HorizontalUncertaintyFactor", "1",
