@@ -4,6 +4,7 @@ namespace quarro::accuracy {
 
 namespace {
 
+// A small harbour survey: 0.8 million soundings, every place met by two lines.
 simulate::SurveyOptions Basic() {
   simulate::SurveyOptions survey;
   survey.seafloor = "flat";
@@ -20,29 +21,108 @@ simulate::SurveyOptions Basic() {
   return survey;
 }
 
+simulate::SurveyOptions Spiky(double spikes) {
+  auto survey = Basic();
+  survey.spikes = spikes;
+  return survey;
+}
+
+simulate::SurveyOptions Slope(double slope, double depth_m) {
+  auto survey = Spiky(0.01);
+  survey.seafloor = "slope";
+  survey.slope = slope;
+  survey.depth_m = depth_m;
+  return survey;
+}
+
+// Ten metres at the shallow end to two hundred at the deep one.
+simulate::SurveyOptions Deepening() {
+  auto survey = Spiky(0.01);
+  survey.seafloor = "slope";
+  survey.depth_m = 105.0;
+  survey.slope = 0.1;
+  survey.line_length_m = 1900.0;
+  survey.lines = 2;
+  survey.slope_azimuth_deg = survey.heading_deg;
+  survey.line_spacing_m = 100.0;
+  return survey;
+}
+
+simulate::SurveyOptions On(const char* seafloor, double spikes) {
+  auto survey = Spiky(spikes);
+  survey.seafloor = seafloor;
+  return survey;
+}
+
+simulate::SurveyOptions Wreck() {
+  auto survey = On("rocks", 0.01);
+  survey.depth_m = 20.0;
+  survey.line_length_m = 150.0;
+  survey.rock_count = 0;
+  return survey;
+}
+
+simulate::SurveyOptions FishAndWreck() {
+  auto survey = Wreck();
+  survey.line_length_m = 300.0;
+  survey.bursts = 8;
+  survey.rock_count = 20;
+  return survey;
+}
+
+simulate::SurveyOptions Fish() {
+  auto survey = Spiky(0.0);
+  survey.bursts = 12;
+  return survey;
+}
+
+simulate::SurveyOptions Offset() {
+  auto survey = Basic();
+  survey.depth_m = 20.0;
+  survey.offset_lines = {2};
+  survey.offset_m = 0.3;
+  return survey;
+}
+
+simulate::SurveyOptions Smile() {
+  auto survey = Spiky(0.01);
+  survey.smile_lines = {2, 3};
+  return survey;
+}
+
+simulate::SurveyOptions Canyon() {
+  auto survey = On("canyon", 0.01);
+  survey.depth_m = 500.0;
+  survey.lines = 2;
+  survey.line_length_m = 12000.0;
+  survey.line_spacing_m = 1500.0;
+  survey.slope_azimuth_deg = survey.heading_deg;
+  survey.ping_rate_hz = 0.2;
+  survey.speed_m_s = 4.0;
+  return survey;
+}
+
 }  // namespace
 
 const std::vector<Scenario>& Scenarios() {
-  static const std::vector<Scenario> kAll = [] {
-    std::vector<Scenario> all;
-    auto survey = Basic();
-    all.push_back({"flat", "flat, noise only", survey, 16.0F, 0.5F});
-    survey.spikes = 0.01;
-    all.push_back({"flat spikes 1", "1 % spikes", survey, 16.0F, 0.5F});
-    survey.spikes = 0.05;
-    all.push_back({"flat spikes 5", "5 % spikes", survey, 16.0F, 0.5F});
-    survey.spikes = 0.2;
-    all.push_back({"flat spikes 20", "20 % spikes", survey, 16.0F, 0.5F});
-    survey = Basic();
-    survey.seafloor = "slope";
-    survey.slope = 0.1;
-    survey.spikes = 0.01;
-    all.push_back({"slope 10", "slope of 10 %, 1 % spikes", survey, 16.0F, 0.5F});
-    survey.slope = 0.3;
-    survey.depth_m = 120.0;
-    all.push_back({"slope 30", "slope of 30 %, 1 % spikes", survey, 32.0F, 0.5F});
-    return all;
-  }();
+  static const std::vector<Scenario> kAll = {
+      {"flat", "flat floor, noise only", Basic(), 16.0F, 0.5F},
+      {"spikes-1", "flat floor, 1 % spikes", Spiky(0.01), 16.0F, 0.5F},
+      {"spikes-5", "flat floor, 5 % spikes", Spiky(0.05), 16.0F, 0.5F},
+      {"spikes-20", "flat floor, 20 % spikes", Spiky(0.2), 16.0F, 0.5F},
+      {"slope-10", "slope of 10 %, 1 % spikes", Slope(0.1, 30.0), 16.0F, 0.5F},
+      {"slope-30", "slope of 30 %, 1 % spikes", Slope(0.3, 120.0), 32.0F, 0.5F},
+      {"waves", "sand waves, 2 m high and 40 m long, 1 % spikes", On("waves", 0.01), 16.0F, 0.5F},
+      {"scarp", "a step of 5 m, 1 % spikes", On("scarp", 0.01), 16.0F, 0.5F},
+      {"mix", "slope, waves, rocks, wreck and step, 2 % spikes", On("mix", 0.02), 16.0F, 0.5F},
+      {"deepening", "10 to 200 m along the line, 1 % spikes", Deepening(), 32.0F, 0.5F},
+      {"canyon", "shelf of 500 m falling to 4,000 m, 1 % spikes", Canyon(), 400.0F, 10.0F},
+      {"smile", "refraction on two lines, 1 % spikes", Smile(), 16.0F, 0.5F},
+      {"offset", "one line 0.3 m off in 20 m", Offset(), 16.0F, 0.5F},
+      {"fish", "schools of fish at 0.7 of the depth", Fish(), 16.0F, 0.5F},
+      {"wreck", "a wreck 3 m high and 4 m wide in 20 m, 1 % spikes", Wreck(), 16.0F, 0.5F},
+      {"fish-and-wreck", "the wreck and rocks among fish, 1 % spikes", FishAndWreck(), 16.0F, 0.5F},
+  };
   return kAll;
 }
 

@@ -123,6 +123,12 @@ void AddSoundings(std::span<const PackedSounding> soundings, std::uint32_t line,
   DropBeyondReach(settings, state);
 }
 
+double LowResolutionEstimator::UnknownSlope(const CellStatistics& statistics) const {
+  return std::min(settings_.estimator.unknown_slope,
+                  SlopeOfRelief(statistics.DepthDeviation(), settings_.resolution_m,
+                                statistics.CoveredFraction()));
+}
+
 void LowResolutionEstimator::Estimate(CellState& state, EstimatorTrace* trace) {
   soundings_.clear();
   double reach_squared = 0.0;
@@ -141,7 +147,7 @@ void LowResolutionEstimator::Estimate(CellState& state, EstimatorTrace* trace) {
   const double reach_m = std::max(std::sqrt(reach_squared), LeastReach(settings_));
   NodeSurroundings surroundings;
   surroundings.spacing_m = reach_m / settings_.estimator.capture_radius;
-  surroundings.trend = TrendAround(soundings_, reach_m, settings_.estimator.unknown_slope);
+  surroundings.trend = TrendAround(soundings_, reach_m, UnknownSlope(state.statistics));
   surroundings.noise_scale = ScatterOf(soundings_, surroundings.trend);
   estimator_.Estimate(soundings_, surroundings, state.low, trace);
 }

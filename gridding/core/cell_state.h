@@ -61,6 +61,8 @@ class LowResolutionEstimator {
   void Estimate(CellState& state, EstimatorTrace* trace = nullptr);
 
  private:
+  double UnknownSlope(const CellStatistics& statistics) const;
+
   GridSettings settings_;
   NodeEstimator estimator_;
   std::vector<NodeSounding> soundings_;

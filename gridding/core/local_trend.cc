@@ -136,6 +136,11 @@ BlockMedian BlockMedianFinder::Of(std::span<const NodeSounding> soundings) {
           .filled = true};
 }
 
+double SlopeOfRelief(double depth_deviation_m, double side_m, double covered_fraction) {
+  // A uniform distribution over a length L has the standard deviation L / sqrt(12).
+  return std::sqrt(12.0 / covered_fraction) * depth_deviation_m / side_m;
+}
+
 LocalTrend TrendAround(std::span<const NodeSounding> soundings, double reach_m,
                        double unknown_slope) {
   const double block_m = 2.0 * reach_m / 3.0;

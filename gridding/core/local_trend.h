@@ -40,6 +40,10 @@ double MedianOf(std::span<double> depths_m);
 LocalTrend TrendAcross(const std::array<BlockMedian, 9>& blocks, double block_m,
                        double unknown_slope);
 
+// The slope of a plane that would give depths over a square of `side_m`, of which
+// `covered_fraction` has data, the standard deviation `depth_deviation_m`.
+double SlopeOfRelief(double depth_deviation_m, double side_m, double covered_fraction);
+
 // Gathers differences of soundings that follow one another, over what their uncertainties explain.
 // Their median tells the noise apart from offsets between lines, which few such pairs straddle
 // (von Neumann's successive differences, made robust).

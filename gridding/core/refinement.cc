@@ -154,16 +154,38 @@ void CellRefiner::FindMedians() {
   for (std::size_t i = 0; i < medians_.size(); ++i) medians_[i] = median_finder_.Of(Bucket(i));
 }
 
+// From the relief of the cell's own medians, in which single spikes have no say.
+double CellRefiner::UnknownSlope() const {
+  double count = 0.0;
+  double mean_m = 0.0;
+  double square_sum_m2 = 0.0;
+  for (std::size_t row = 1; row <= side_; ++row) {
+    for (std::size_t column = 1; column <= side_; ++column) {
+      const BlockMedian& median = medians_[row * buckets_ + column];
+      if (!median.filled) continue;
+      count += 1.0;
+      const double off_m = median.depth_m - mean_m;
+      mean_m += off_m / count;
+      square_sum_m2 += off_m * (median.depth_m - mean_m);
+    }
+  }
+  if (count < 2.0) return settings_.estimator.unknown_slope;
+  const double covered = count / static_cast<double>(trends_.size());
+  return std::min(
+      settings_.estimator.unknown_slope,
+      SlopeOfRelief(std::sqrt(square_sum_m2 / (count - 1.0)), settings_.resolution_m, covered));
+}
+
 void CellRefiner::FindTrends() {
   trends_.resize(static_cast<std::size_t>(side_) * side_);
+  const double unknown_slope = UnknownSlope();
   std::array<BlockMedian, 9> blocks;
   for (std::size_t row = 0; row < side_; ++row) {
     for (std::size_t column = 0; column < side_; ++column) {
       for (std::size_t i = 0; i < blocks.size(); ++i) {
         blocks[i] = medians_[(row + i / 3) * buckets_ + column + i % 3];
       }
-      trends_[row * side_ + column] =
-          TrendAcross(blocks, spacing_m_, settings_.estimator.unknown_slope);
+      trends_[row * side_ + column] = TrendAcross(blocks, spacing_m_, unknown_slope);
     }
   }
 }

@@ -64,6 +64,7 @@ class CellRefiner {
                   double shift_north_m);
   void FillBuckets();
   void FindMedians();
+  double UnknownSlope() const;
   void FindTrends();
   void FindNoise();
   void CaptureAll();

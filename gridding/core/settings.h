@@ -19,8 +19,9 @@ struct EstimatorSettings {
   // Evidence (natural logarithm of the Bayes factor) for the shifted model, gathered over a run of
   // soundings on one side, that ends a hypothesis's claim on the soundings that follow.
   double run_evidence = 5.0;
-  // Standard deviation of the seafloor's slope where the soundings cannot tell it.
-  double unknown_slope = 0.2;
+  // Most that the seafloor's slope is thought to deviate from what the soundings around a node
+  // tell. Below it, the relief of the whole cell sets the bound.
+  double unknown_slope = 1.0;
   // Soundings wanted around a low-resolution node before its reach shrinks.
   int low_resolution_soundings = 20;
   // True: an ambiguous node reports the hypothesis that agrees with its unambiguous neighbours.
