@@ -74,6 +74,18 @@ TEST_F(Router, KeepsMessagesWhenTheFileCannotBeWritten) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "[M1] first\n");
 }
 
+TEST_F(Router, WritesToTheStandardErrorAtOnceAfterAnotherFileCouldNotBeOpened) {
+  const std::string path = File("messages", "");
+  EXPECT_TRUE(Messages().RedirectToFile(path, true));
+  EXPECT_FALSE(Messages().RedirectToFile("/nowhere/messages", true));
+  EXPECT_TRUE(Messages().ToFile());
+  testing::internal::CaptureStderr();
+  Messages().PostMessage("text");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "text\n");
+  EXPECT_TRUE(Messages().Empty());
+  EXPECT_EQ(ContentOf(path), "");
+}
+
 TEST_F(Router, LosesNothingOfWhatSeveralThreadsPost) {
   constexpr int kEach = 200;
   auto post = [this] {

@@ -29,7 +29,7 @@ void PrintUsage() {
   std::cout << "Quarro_Client [" << kBuildDate << ", " << kBuildTime
             << "] - Run client-side of distributed SuperGrid computation engine." << std::endl
             << "syntax: Quarro_Client [opt] <config-file>" << std::endl
-            << DescribeOptions() << std::flush;
+            << DescribeOptions() << std::endl;
 }
 
 void PrintVersion() {

@@ -1,6 +1,7 @@
 // The command line, the parameter file and the statuses.
 #include "app/start_up.h"
 
+#include <fstream>
 #include <iostream>
 
 #include <boost/program_options/errors.hpp>
@@ -31,7 +32,8 @@ constexpr char kUsage[] =
     "  -a [ --asynch ] arg      Redirect asynchronous messages to output file\n"
     "  -s [ --source ] arg      Source a command file as the first command\n"
     "  -v [ --version ]         Provide versioning information for support libraries\n"
-    "                           and drivers\n";
+    "                           and drivers\n"
+    "\n";
 
 constexpr char kBanner[] =
     "1 Quarro_Client [May 17 2017, 08:28:24], Protocol Version 1, Command Processor [V1.3, May 17 "
@@ -148,6 +150,61 @@ TEST_F(StartUp, SendsAsynchronousMessagesToTheFileNamed) {
   std::string line;
   EXPECT_TRUE(std::getline(file, line));
   EXPECT_EQ(line, "to the file");
+}
+
+// The engine's log outlives the front end, so what start-up set can be seen afterwards.
+class EngineLog : public StartUp {
+ protected:
+  ~EngineLog() override {
+    engine_.SetFilter(SlogLevel(0));
+    engine_.RemoveDrains();
+  }
+
+  // Runs the client with these options and a command file that ends it.
+  void RunToTheEnd(const Lines& options) {
+    Lines arguments = {Parameters(), "--source", File("commands", "exit\n")};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    ASSERT_EQ(Run(arguments), 0);
+  }
+
+  void Log(int level, const std::string& text) {
+    engine_ << SlogLevel(level);
+    engine_() << text << endmsg;
+  }
+
+  Slog engine_{"engine"};
+};
+
+TEST_F(EngineLog, IsFilteredByTheDebugLevelWhichIsFourUnlessGiven) {
+  RunToTheEnd({"-d", "7"});
+  EXPECT_EQ(engine_.Filter(), 7);
+  RunToTheEnd({"-d", "0"});
+  EXPECT_EQ(engine_.Filter(), 0);
+  RunToTheEnd({});
+  EXPECT_EQ(engine_.Filter(), 4);
+}
+
+TEST_F(EngineLog, GoesToTheFileNamedAsFarAsTheFilterLetsIt) {
+  const std::string path = File("engine.log", "kept\n");
+  RunToTheEnd({"--logfile", path});
+  Log(3, "detail");
+  Log(4, "trouble");
+  std::ifstream file(path);
+  std::string kept;
+  std::string trouble;
+  std::string more;
+  EXPECT_TRUE(std::getline(file, kept));
+  EXPECT_EQ(kept, "kept");
+  EXPECT_TRUE(std::getline(file, trouble));
+  EXPECT_THAT(trouble, testing::EndsWith("Z 4 engine trouble"));
+  EXPECT_FALSE(std::getline(file, more)) << more;
+}
+
+TEST_F(EngineLog, MakesTheFileNamedWhenThereIsNone) {
+  Parameters();  // makes the folder
+  const std::string path = (folder_ / "engine.log").string();
+  RunToTheEnd({"-l", path});
+  EXPECT_TRUE(boost::filesystem::exists(path));
 }
 
 TEST(Options, AreTakenFromTheCommandLine) {

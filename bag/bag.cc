@@ -106,8 +106,9 @@ bagError bagFileCreate(const char* path, const bagData* definition, bagHandle** 
 bagError bagCreateVariableResolutionLayers(bagHandle* file, std::uint64_t refined_nodes,
                                            int with_node_groups) {
   if (file == nullptr) return kBagBadArgument;
-  return statusOf(
-      [&] { file->file.createVariableResolutionLayers(refined_nodes, with_node_groups != 0); });
+  return rememberedStatusOf(*file, [&] {
+    file->file.createVariableResolutionLayers(refined_nodes, with_node_groups != 0);
+  });
 }
 
 bagError bagWriteRow(bagHandle* file, std::uint32_t row, std::uint32_t first_column,

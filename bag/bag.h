@@ -174,11 +174,13 @@ bagError bagInitDefinitionFromFile(bagData* definition, const char* metadata_pat
 void bagFreeDefinition(bagData* definition);
 
 // Creates the file with its metadata, the elevation and the uncertainty layer; an existing file is
-// overwritten. `*file` is null on failure.
+// overwritten. On failure `*file` is null, and a file that was begun lies beside its name with
+// ".incomplete" appended.
 bagError bagFileCreate(const char* path, const bagData* definition, bagHandle** file);
 
 // Adds the variable-resolution layers for `refined_nodes` nodes (0 is fine), with the three that
-// tell of hypotheses and samples unless `with_node_groups` is 0.
+// tell of hypotheses and samples unless `with_node_groups` is 0. A failure is remembered, as those
+// of writes are.
 bagError bagCreateVariableResolutionLayers(bagHandle* file, std::uint64_t refined_nodes,
                                            int with_node_groups);
 

@@ -92,6 +92,8 @@ TEST_F(BagFile, MoreNodesThanAnIndexReachesAreRefused) {
   EXPECT_EQ(bagCreateVariableResolutionLayers(file_, 4294967296U, 1), kBagTooManyRefinedNodes);
   EXPECT_EQ(textOf(kBagTooManyRefinedNodes), "a BAG file holds at most 4294967295 refined nodes");
   EXPECT_EQ(bagCreateVariableResolutionLayers(file_, 4294967295U, 1), kBagSuccess);
+  EXPECT_EQ(close(), kBagTooManyRefinedNodes);
+  EXPECT_FALSE(std::filesystem::exists(path_));
 }
 
 // A write that is refused, the status, and its text.
@@ -227,7 +229,26 @@ TEST_F(BagFile, FullDiscOnCreationIsToldWithoutAWordOfHdf5) {
   };
   for (const rlim_t bytes : {0, 90, 3000, 9000}) {
     EXPECT_EXIT(create_without_space(bytes), testing::ExitedWithCode(0), "^$") << bytes;
+    EXPECT_FALSE(std::filesystem::exists(path_)) << bytes;
+    EXPECT_TRUE(std::filesystem::remove(path_.string() + ".incomplete")) << bytes;
   }
+}
+
+// The file as far as it was created fits, the layers of variable resolution do not.
+[[noreturn]] void createLayersWithoutSpace(const std::filesystem::path& path,
+                                           const bagData& definition) {
+  bagHandle* file = nullptr;
+  if (bagFileCreate(path.c_str(), &definition, &file) != kBagSuccess) std::exit(10);
+  limitFileSize(std::filesystem::file_size(path));
+  if (bagCreateVariableResolutionLayers(file, 6, 1) != kBagWriteFailed) std::exit(11);
+  std::exit(bagFileClose(file) == kBagWriteFailed ? 0 : 12);
+}
+
+TEST_F(BagFile, FullDiscOnCreationOfLayersIsToldAtOnceAndSetsTheFileAside) {
+  ASSERT_EQ(define(folder_, {.name = "grid"}, &definition_), kBagSuccess);
+  EXPECT_EXIT(createLayersWithoutSpace(path_, definition_), testing::ExitedWithCode(0), "^$");
+  EXPECT_FALSE(std::filesystem::exists(path_));
+  EXPECT_TRUE(std::filesystem::exists(path_.string() + ".incomplete"));
 }
 
 // NOLINTEND(concurrency-mt-unsafe)

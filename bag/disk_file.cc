@@ -37,6 +37,9 @@ struct DiskFile {
 };
 
 constexpr haddr_t kMaxAddress = (haddr_t{1} << 62U);
+// As it lies in the file: a node of the index takes seven times as much in memory. Room for two
+// nodes of the index of each layer, and as much again.
+constexpr std::size_t kMetadataCacheBytes = std::size_t{1} << 16U;
 
 DiskFile* ours(H5FD_t* file) { return reinterpret_cast<DiskFile*>(file); }
 const DiskFile* ours(const H5FD_t* file) { return reinterpret_cast<const DiskFile*>(file); }
@@ -183,6 +186,22 @@ const H5FD_class_t& driverClass() {
   return driver;
 }
 
+// HDF5 keeps the index of chunks in memory as far as its cache lets it, and by default lets the
+// cache grow with the file. Chunks are written in order, so only the end of the index is in use.
+void boundMetadataCache(hid_t access) {
+  H5AC_cache_config_t config = {};
+  config.version = H5AC__CURR_CACHE_CONFIG_VERSION;
+  check(H5Pget_mdc_config(access, &config), kBagCreateFailed);
+  config.set_initial_size = 1;
+  config.initial_size = kMetadataCacheBytes;
+  config.min_size = kMetadataCacheBytes;
+  config.max_size = kMetadataCacheBytes;
+  config.incr_mode = H5C_incr__off;
+  config.flash_incr_mode = H5C_flash_incr__off;
+  config.decr_mode = H5C_decr__off;
+  check(H5Pset_mdc_config(access, &config), kBagCreateFailed);
+}
+
 }  // namespace
 
 Hdf5Id createDiskFile(const Hdf5Lock&, const std::filesystem::path& path, DiskState* state) {
@@ -191,6 +210,7 @@ Hdf5Id createDiskFile(const Hdf5Lock&, const std::filesystem::path& path, DiskSt
   const DriverInfo info = {state};
   const Hdf5Id access(H5Pcreate(H5P_FILE_ACCESS), H5Pclose, kBagCreateFailed);
   check(H5Pset_driver(access.get(), driver, &info), kBagCreateFailed);
+  boundMetadataCache(access.get());
   return {H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access.get()), H5Fclose,
           kBagCreateFailed};
 }

@@ -103,7 +103,9 @@ File::File(const char* path, const bagData& definition)
     check(H5Fflush(file_.get(), H5F_SCOPE_LOCAL), kBagCreateFailed);
     if (disk_.failed) fail(kBagCreateFailed);
   } catch (...) {
+    const bool begun = file_.get() >= 0;  // else what has the name is not ours
     release(lock);
+    if (begun) setAsideAsIncomplete();
     throw;
   }
 }
@@ -175,6 +177,9 @@ void File::createVariableResolutionLayers(std::uint64_t refined_nodes, bool with
                                    {"track_code", H5T_STD_U8LE},
                                    {"list_series", H5T_STD_U16LE}}),
                      "VR Tracking List Length");
+  // A disc without space for this much is told before the work is done.
+  check(H5Fflush(file_.get(), H5F_SCOPE_LOCAL), kBagWriteFailed);
+  if (disk_.failed) fail(kBagWriteFailed);
 }
 
 Layer& File::layer(int surface) {

@@ -106,6 +106,27 @@ TEST_F(Source, GoesOnWithTheOuterFileAfterAnInnerOne) {
                   "1 [C2] clear", "1 all lines removed from file list."));
 }
 
+TEST_F(Source, CountsAsOverOnceAnInnerFileHasEnded) {
+  std::vector<bool> sourcing;
+  client_.refusal = [&](const std::string&) { sourcing.push_back(State().sourcing); };
+  const std::string inner = File("inner", "broadcast\n");
+  Printed("source " + File("outer", "broadcast\nsource " + inner + "\nbroadcast\n"));
+  EXPECT_THAT(sourcing, ElementsAre(true, true, false));
+  EXPECT_FALSE(State().sourcing);
+}
+
+TEST_F(Source, AFileThatCannotBeReadFailsTheCommand) {
+  // It opens, and its first byte, at an address that is never mapped, cannot be read.
+  const std::string path = "/proc/self/mem";
+  if (!std::ifstream(path).is_open()) {
+    GTEST_SKIP() << path << " cannot be opened here";
+  }
+  EXPECT_THAT(
+      PrintedBefore<CommandProcessor::cmd_failed>("source " + path),
+      ElementsAre("4 reading \"" + path + "\" failed after line 0; the rest of it was not run."));
+  EXPECT_FALSE(State().sourcing);
+}
+
 TEST_F(Source, AnErrorStopsTheWholeChain) {
   const std::string inner = File("inner", "nonsense\nclear\n");
   const std::string outer = File("outer", "source " + inner + "\nclear\n");

@@ -3,12 +3,14 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <memory>
 #include <mutex>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <boost/date_time/posix_time/posix_time.hpp>
@@ -157,7 +159,9 @@ void OnOneOfManyLines(const SEResultToken& token) {
 std::string DataFile(const std::string& name) {
   // Nothing in the program changes the environment.
   const char* directory = std::getenv("QUARRO_STRESS_TEST_DATA");  // NOLINT(concurrency-mt-unsafe)
-  return std::string(directory == nullptr ? QUARRO_STRESS_TEST_DATA_DIR : directory) + "/" + name;
+  return StressTestDataDirectory(directory, QUARRO_STRESS_TEST_DATA_INSTALLED,
+                                 QUARRO_STRESS_TEST_DATA_BUILT) +
+         "/" + name;
 }
 
 std::vector<QuarroSpec> Discover(SGClientBase& engine) {
@@ -225,6 +229,15 @@ void Detach(SGClientBase& engine) {
 }
 
 }  // namespace
+
+std::string StressTestDataDirectory(const char* asked_for, const std::string& installed,
+                                    const std::string& built) {
+  if (asked_for != nullptr) {
+    return asked_for;
+  }
+  std::error_code ignored;
+  return std::filesystem::is_directory(installed, ignored) ? installed : built;
+}
 
 bool RunStressTest(SGClientBase& engine) {
   Shared().engine = &engine;

@@ -1,12 +1,15 @@
 // The stress test's account on the standard output, and what the command makes of it.
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <regex>
 #include <sstream>
 
 #include <gmock/gmock.h>
 
+#include "diag/stress_test.h"
 #include "results/client_fixture.h"
+#include "support/test_directory.h"
 
 namespace quarro {
 namespace {
@@ -215,6 +218,15 @@ TEST_F(StressTest, ResultsThatCannotBeFetchedAreToldAndDoNotEndIt) {
                        "@: error: unexpected exception getting result: no such result"),
             2);
   EXPECT_EQ(printed.back(), "@: caught exception, reason: engine lost");
+}
+
+TEST(StressTestData, LiesWhereAskedForElseWhereInstalledElseWhereBuilt) {
+  const TestDirectory directory;
+  const std::string installed = directory.Path("installed");
+  EXPECT_EQ(StressTestDataDirectory(nullptr, installed, "/built"), "/built");
+  std::filesystem::create_directory(installed);
+  EXPECT_EQ(StressTestDataDirectory(nullptr, installed, "/built"), installed);
+  EXPECT_EQ(StressTestDataDirectory("/survey", installed, "/built"), "/survey");
 }
 
 TEST_F(StressTest, LeavesTheCommandStateAlone) {

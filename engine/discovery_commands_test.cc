@@ -100,6 +100,23 @@ TEST_F(Attach, WhileAttachedIsRefused) {
               ElementsAre("4 you are already attached (use 'detach' first)."));
 }
 
+TEST_F(Attach, WhileAttachedIsRefusedThoughTheListHasChanged) {
+  const auto refusal = ElementsAre("4 you are already attached (use 'detach' first).");
+  Know(1);
+  Printed("attach 1");
+  client_.engines = {QuarroSpec{1, 0x10001, 4, 4600, 2}, QuarroSpec{1, 0x10001, 8, 4520, 1}};
+  Printed("broadcast");
+  EXPECT_THAT(PrintedBefore<CommandProcessor::bad_command>("attach 1"), refusal);
+  client_.engines.clear();
+  Printed("broadcast");
+  EXPECT_THAT(PrintedBefore<CommandProcessor::bad_command>("attach 1"), refusal);
+  EXPECT_THAT(client_.calls,
+              ElementsAre("AttachEngine 0.0.0.1:4520, 8 threads, engine 1.1, protocol 1",
+                          "FindEngines", "FindEngines"));
+  EXPECT_TRUE(State().attached);
+  EXPECT_EQ(State().engine_index, 0);
+}
+
 TEST_F(Attach, ThatTheEngineRefusesEndsNormally) {
   Know(1);
   client_.refusal = [](const std::string&) { throw ExSGClientBase("busy"); };

@@ -73,6 +73,16 @@ TEST_F(Grid, ThatTheEngineCannotMakeLeavesTheCurrentOne) {
                           "4 grid construction failed."));
 }
 
+TEST_F(Grid, SaysThatItSendsBeforeTheRequestIsHandedOver) {
+  Lines before;
+  client_.answer = FakeFrontEnd::Answer::kAtOnce;
+  client_.refusal = [&](const std::string&) { before = drain_->Take(); };
+  EXPECT_THAT(Printed("grid g1 10 1"), ElementsAre("1 grid construction complete."));
+  EXPECT_THAT(before, ElementsAre(kSending));
+  EXPECT_THAT(Printed("grid g1"), ElementsAre("1 grid construction complete."));
+  EXPECT_THAT(before, ElementsAre(kSending));
+}
+
 TEST_F(Grid, AnAnswerOfAnotherClassIsReportedWithoutText) {
   client_.result = [] { return new ResultQuery; };
   EXPECT_THAT(Printed("grid g1"),
@@ -189,9 +199,50 @@ TEST_F(GridWork, RefineReportsEveryKindOfFailure) {
 
 TEST_F(GridWork, WhatTheFrontEndThrowsReachesTheConsoleLoop) {
   client_.refusal = [](const std::string&) { throw ExSGClientBase("lost"); };
-  EXPECT_THROW(processor_.Dispatch("drop"), ExSGClientBase);
-  EXPECT_THROW(processor_.Dispatch("synch"), ExSGClientBase);
-  EXPECT_THROW(processor_.Dispatch("refine"), ExSGClientBase);
+  for (const std::string command : {"drop", "drop asap", "synch", "refine", "refine 3"}) {
+    // The request was not handed over, so the line that says so is missing.
+    EXPECT_THAT(PrintedBefore<ExSGClientBase>(command), IsEmpty()) << command;
+  }
+  EXPECT_TRUE(State().grid_active);
+}
+
+TEST_F(GridWork, SaysThatItSendsAfterTheRequestIsHandedOver) {
+  client_.answer = FakeFrontEnd::Answer::kAtOnce;
+  client_.result = []() -> SEBaseResult* { throw ExSGCNoGrid(""); };
+  constexpr char kNoGrid[] = "4 server reported no grid was available for line.";
+  EXPECT_THAT(Printed("drop"),
+              ElementsAre(kNoGrid, kDropping, "4 failed to drop grid from server."));
+  EXPECT_THAT(Printed("synch"),
+              ElementsAre(kNoGrid, kSynching, "4 failed to synchronise grid on server."));
+  EXPECT_THAT(Printed("refine"),
+              ElementsAre(kNoGrid, kRefining, "4 error: failed to refine grid on server."));
+}
+
+// Tells when it is deleted.
+template <typename Result>
+class WatchedResult : public Result {
+ public:
+  explicit WatchedResult(int& deletions) : deletions_(deletions) {}
+  WatchedResult(const WatchedResult&) = delete;
+  WatchedResult& operator=(const WatchedResult&) = delete;
+  ~WatchedResult() override { ++deletions_; }
+
+ private:
+  int& deletions_;
+};
+
+TEST_F(GridWork, DeletesTheResultWhetherOrNotItIsOfTheClassExpected) {
+  for (const std::string command : {"grid g1", "grid g1 10 1", "drop", "synch", "refine"}) {
+    PretendGrid();
+    int deletions = 0;
+    client_.result = [&] { return new WatchedResult<ResultQuery>(deletions); };
+    EXPECT_THAT(Printed(command),
+                Contains(testing::HasSubstr("unexpected exception getting result ().")));
+    EXPECT_EQ(deletions, 1) << command;
+    client_.result = [&] { return new WatchedResult<ResultGridLoaded>(deletions); };
+    EXPECT_THAT(Printed(command), testing::Not(Contains(testing::HasSubstr("exception"))));
+    EXPECT_EQ(deletions, 2) << command;
+  }
 }
 
 }  // namespace

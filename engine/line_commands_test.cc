@@ -34,6 +34,19 @@ TEST_F(Filelist, AFileThatCannotBeOpenedLeavesTheList) {
   EXPECT_THAT(State().filelist, ElementsAre("old"));
 }
 
+TEST_F(Filelist, AFileThatCannotBeReadLeavesTheList) {
+  // It opens, and its first byte, at an address that is never mapped, cannot be read.
+  const std::string path = "/proc/self/mem";
+  if (!std::ifstream(path).is_open()) {
+    GTEST_SKIP() << path << " cannot be opened here";
+  }
+  State().filelist = {"old"};
+  EXPECT_THAT(PrintedBefore<CommandProcessor::cmd_failed>("filelist " + path),
+              ElementsAre("4 reading \"" + path +
+                          "\" failed after 0 filenames; the filelist is unchanged."));
+  EXPECT_THAT(State().filelist, ElementsAre("old"));
+}
+
 class Clear : public CommandFixture {
  protected:
   Clear() { State().filelist = {"a", "b", "c", "d", "e"}; }

@@ -7,7 +7,9 @@
 #include <regex>
 
 #include <gmock/gmock.h>
+#include <unistd.h>
 
+#include "output/file_size_limit.h"
 #include "output/utm_projection.h"
 #include "results/client_fixture.h"
 #include "support/test_directory.h"
@@ -195,6 +197,15 @@ TEST_F(BagMetadata, ASecondOccurrenceOnALineStays) {
   EXPECT_THAT(Generate(), testing::EndsWith("\n11 MERA_BAG_ROW_COUNT 11\n11\n"));
 }
 
+TEST_F(BagMetadata, AGridsNameThatHoldsALaterKeyIsReplacedAgain) {
+  UseTemplate(TemplateOf(kAllKeys));
+  state().grid_name.Set("of MERA_BAG_COL_COUNT by MERA_BAG_UNIQUE_ID");
+  const std::string document = Generate();
+  EXPECT_THAT(document, testing::StartsWith("unique_id=of 11 by MERA_BAG_UNIQUE_ID\n"));
+  EXPECT_THAT(document,
+              testing::HasSubstr("\ndataset_title=of MERA_BAG_COL_COUNT by MERA_BAG_UNIQUE_ID\n"));
+}
+
 TEST_F(BagMetadata, LinesWithoutKeysAreKept) {
   UseTemplate("<?xml?>\n\n" + TemplateOf(kAllKeys) + "\tend\r\n\n");
   const std::string document = Generate();
@@ -243,6 +254,32 @@ TEST_F(BagMetadata, AMissingOutputDirectoryIsNamedWithTheWholePath) {
               ElementsAre(MatchesRegex("4 BAG file creation failed: XML output file \"" +
                                        directory_.Path("missing") +
                                        "/mera_bag_metadata\\..{6}\" could not be opened\\.")));
+}
+
+// Of a disk without space, of which a limit on the size of files is a stand-in.
+TEST_F(BagMetadata, AFullDiskIsToldAndNothingRemains) {
+  UseTemplate(TemplateOf(kAllKeys));
+  const FileSizeLimit limit(100);
+  EXPECT_THAT(Failures(),
+              ElementsAre(MatchesRegex("4 BAG file creation failed: XML output file \"" +
+                                       directory_.Path("out") +
+                                       "/mera_bag_metadata\\..{6}\" could not be "
+                                       "written \\(File too large\\)\\.")));
+}
+
+TEST_F(BagMetadata, ADirectoryThatTakesNoFilesIsNamed) {
+  UseTemplate(TemplateOf(kAllKeys));
+  std::string location = directory_.Path("closed");
+  if (::geteuid() == 0) {
+    GTEST_SKIP() << "the administrator may write in every directory: run this test as a plain user";
+  }
+  std::filesystem::create_directory(location);
+  std::filesystem::permissions(
+      location, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+  EXPECT_THROW(GenerateBagMetadata(state(), 2, 2, 1.0, 0.0, 0.0, 1.0, location),
+               CommandState::bag_output_failed);
+  EXPECT_THAT(console_->Take(), ElementsAre(testing::EndsWith("\" could not be opened.")));
+  EXPECT_TRUE(std::filesystem::is_empty(directory_.Path("closed")));
 }
 
 TEST_F(BagMetadata, AGridsNameStaysTextInXml) {

@@ -6,12 +6,14 @@
 #include <cstdint>
 #include <cstdio>
 #include <limits>
+#include <utility>
 #include <vector>
 
 #include <boost/filesystem/path.hpp>
 
 #include "bag/bag.h"
 #include "cli/command_state.h"
+#include "output/bag_failure_text.h"
 #include "output/bag_metadata.h"
 #include "slog/slog.h"
 
@@ -160,14 +162,14 @@ class Writer {
               const std::string& path);
   void WriteSurfaces();
   void WriteNodeGroup();
-  void WriteRefinementMetadata(double column_spacing_m);
+  void WriteRefinementMetadata(double east_west_extent_m);
   void WriteRefinements();
   void Close();
 
   void Say(const std::string& text) { log_() << text << endmsg; }
 
  private:
-  [[noreturn]] void Fail(bagError status, const char* action, const char* unknown);
+  [[noreturn]] void Fail(const std::string& reason);
   template <typename Record, typename MakeRecord>
   void WriteRows(int surface, MakeRecord make_record);
 
@@ -175,16 +177,12 @@ class Writer {
   const ResultGrid<DepthCell>& grid_;
   bagHandle* file_ = nullptr;
   std::uint64_t largest_block_ = 0;  // nodes
+  double spacing_of_lone_column_m_ = 0.0;
 };
 
-void Writer::Fail(bagError status, const char* action, const char* unknown) {
-  const char* text = nullptr;
+void Writer::Fail(const std::string& reason) {
   log_ << SlogLevel(4);
-  if (bagGetErrorString(status, &text) == 0) {
-    log_() << action << " failed: " << text << endmsg;
-  } else {
-    log_() << action << " failed (" << unknown << " reason)." << endmsg;
-  }
+  log_() << reason << endmsg;
   throw CommandState::bag_output_failed();
 }
 
@@ -194,24 +192,27 @@ void Writer::Create(const std::string& metadata_path, const SurfaceRanges& range
   Definition definition;
   bagError status = bagInitDefinitionFromFile(&definition.data, metadata_path.c_str());
   if (status != kBagSuccess) {
-    Fail(status, "BAG file initialisation", "unknown");
+    Fail(BagFailureText(BagStep::kInitialisation, status));
   }
   definition.data.min_elevation_m = ranges.elevation.lowest;
   definition.data.max_elevation_m = ranges.elevation.highest;
   definition.data.min_uncertainty_m = ranges.uncertainty.lowest;
   definition.data.max_uncertainty_m = ranges.uncertainty.highest;
+  // What a file holds is settled by its definition; without this the layers of refinements would be
+  // refused.
   definition.data.has_variable_resolution = 1;
+  spacing_of_lone_column_m_ = definition.data.column_spacing;
 
   Say("Creating BAG file ...");
   status = bagFileCreate(path.c_str(), &definition.data, &file_);
   if (status != kBagSuccess) {
-    Fail(status, "BAG file creation", "unkown");
+    Fail(BagFailureText(BagStep::kCreation, status));
   }
   const RefinementSize size = MeasureRefinement(grid_);
   largest_block_ = size.largest_block;
   status = bagCreateVariableResolutionLayers(file_, size.total_nodes, 1);
   if (status != kBagSuccess) {
-    Fail(status, "BAG variable resolution layer creation", "unknown");
+    Fail(BagFailureText(BagStep::kLayerCreation, status));
   }
 }
 
@@ -254,7 +255,12 @@ void Writer::WriteNodeGroup() {
   bagUpdateOptSurface(file_, kSurfaceNodeGroup);
 }
 
-void Writer::WriteRefinementMetadata(double column_spacing_m) {
+void Writer::WriteRefinementMetadata(double east_west_extent_m) {
+  // One column has no distance to a next one: its cells are as wide as the definition says, which
+  // takes the spacing of the rows.
+  const double column_spacing_m = grid_.columns > 1
+                                      ? east_west_extent_m / static_cast<double>(grid_.columns - 1U)
+                                      : spacing_of_lone_column_m_;
   Say("Generating Variable Resolution Metadata Group information into layer ... ");
   std::uint64_t index = 0;
   WriteRows<bagRefinementMetadataRecord>(kSurfaceRefinementMetadata, [&](const DepthCell& cell) {
@@ -295,15 +301,12 @@ void Writer::WriteRefinements() {
   bagUpdateOptSurface(file_, kSurfaceRefinementNodeGroup);
 }
 
-// The library keeps the first failure of all the writes until here.
+// The library keeps the first failure of all the writes until here, so that no write needs a test
+// of its own and no part of a surface is lost in silence.
 void Writer::Close() {
-  const bagError status = bagFileClose(file_);
-  file_ = nullptr;
+  const bagError status = bagFileClose(std::exchange(file_, nullptr));
   if (status != kBagSuccess) {
-    const char* text = "unknown reason";
-    bagGetErrorString(status, &text);
-    log_ << SlogLevel(4);
-    log_() << "BAG file is incomplete: " << text << endmsg;
+    Fail(BagFailureText(BagStep::kWriting, status));
   }
 }
 
@@ -334,7 +337,7 @@ void WriteVariableResolutionBag(CommandState& state, const ResultGrid<DepthCell>
   writer.Create(metadata.path(), ranges, path);
   writer.WriteSurfaces();
   writer.WriteNodeGroup();
-  writer.WriteRefinementMetadata((east - west) / static_cast<double>(grid.columns - 1U));
+  writer.WriteRefinementMetadata(east - west);
   writer.WriteRefinements();
   writer.Close();
 }

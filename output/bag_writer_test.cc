@@ -3,12 +3,14 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <thread>
 
 #include <gmock/gmock.h>
 #include <hdf5.h>
 
 #include "bag/bag.h"
+#include "output/file_size_limit.h"
 #include "output/utm_projection.h"
 #include "results/client_fixture.h"
 #include "support/test_directory.h"
@@ -221,6 +223,31 @@ TEST_F(BagWriter, AGridWithoutRefinementsHasNullMetadataAndNoRefinedNodes) {
   EXPECT_THAT(file.Read<Metadata>("varres_metadata", kMetadataMembers),
               testing::Each(kNotRefinedMetadata));
   EXPECT_THAT(file.Read<float>("elevation"), testing::Each(-20.0F));
+  EXPECT_THAT(file.Read<Refinement>("varres_refinements", kRefinementMembers), testing::IsEmpty());
+  EXPECT_THAT(file.Read<RefinedRecord>("varres_nodes", kRefinedNodeMembers), testing::IsEmpty());
+}
+
+// The distance to the next column, of which there is none, is that of the rows.
+TEST_F(BagWriter, ALoneColumnIsAsWideAsTheRowsAreApart) {
+  FillGrid();
+  const std::vector<DepthCell> column = {cells_[1], cells_[3]};
+  const std::string path = directory_.Path("depth.bag");
+  WriteVariableResolutionBag(state, {2, 1, column.data(), nullptr}, 4700016.0, 4700000.0, 300000.0,
+                             300000.0, path);
+  EXPECT_THAT(BagFile(path).Read<Metadata>("varres_metadata", kMetadataMembers),
+              ElementsAre(Metadata{0, 3, 3, 2.0F, 2.0F, 6.0F, 6.0F},
+                          Metadata{9, 2, 2, 4.0F, 4.0F, 6.0F, 6.0F}));
+}
+
+TEST_F(BagWriter, ALoneRowHasTheSpacingOfItsColumns) {
+  FillGrid();
+  const std::vector<DepthCell> row = {cells_[1], cells_[3]};
+  const std::string path = directory_.Path("depth.bag");
+  WriteVariableResolutionBag(state, {1, 2, row.data(), nullptr}, 4700000.0, 4700000.0, 300000.0,
+                             300016.0, path);
+  EXPECT_THAT(BagFile(path).Read<Metadata>("varres_metadata", kMetadataMembers),
+              ElementsAre(Metadata{0, 3, 3, 2.0F, 2.0F, 6.0F, 6.0F},
+                          Metadata{9, 2, 2, 4.0F, 4.0F, 6.0F, 6.0F}));
 }
 
 TEST_F(BagWriter, AGridWithoutDataIsWritten) {
@@ -302,6 +329,79 @@ TEST_F(BagWriter, ResultsArriveAsBagsThroughTheirCallBack) {
   EXPECT_EQ(Posted(), Lines{"1 [M1] result 3 (output to \"" + path +
                             "\") transfered (0 results outstanding)"});
   EXPECT_EQ(BagFile(path).Read<float>("elevation")[1], -20.0F);
+}
+
+// A disk that fills up at each of the steps, of which a limit on the size of files is a stand-in.
+class FullDisk : public BagWriter {
+ protected:
+  // Bytes of the file when the disk is full.
+  std::uintmax_t SizeAfter(const std::string& message) {
+    FillGrid();
+    const std::string path = directory_.Path("probe.bag");
+    std::uintmax_t size = 0;
+    auto probe = std::make_shared<Probe>([&](const std::string& text) {
+      if (text == message) {
+        size = std::filesystem::file_size(path);
+      }
+    });
+    Slog("comproc").AddDrain(probe);
+    Write(path);
+    Slog("comproc").RemoveDrains();
+    Slog("comproc").AddDrain(console);
+    std::filesystem::remove(path);
+    console->Take();
+    return size;
+  }
+
+ private:
+  class Probe : public SlogDrain {
+   public:
+    explicit Probe(std::function<void(const std::string&)> look) : look_(std::move(look)) {}
+    void Write(const std::string& /*channel*/, int /*level*/, const std::string& text) override {
+      look_(text);
+    }
+
+   private:
+    std::function<void(const std::string&)> look_;
+  };
+};
+
+constexpr char kAfterLayers[] = "Generating Elevation and Uncertainty mandatory layers ... ";
+
+TEST_F(FullDisk, OnCreationOfTheLayersIsTold) {
+  const std::uintmax_t whole = SizeAfter(kAfterLayers);
+  const FileSizeLimit limit(whole - 1);
+  EXPECT_EQ(Failure(directory_.Path("depth.bag")),
+            "4 BAG variable resolution layer creation failed: " + TextOf(kBagWriteFailed));
+  EXPECT_THAT(FilesThere(), ElementsAre("depth.bag.incomplete"));
+}
+
+TEST_F(FullDisk, OnAWriteIsToldAndTheResultIsNotCalledTransferred) {
+  const std::uintmax_t layers = SizeAfter(kAfterLayers);
+  const std::string path = directory_.Path("depth.bag");
+  ResultDepth result;
+  result.result_number = 3;
+  result.bounds = SGBoundingBox(300000.0, 4700000.0, 300032.0, 4700016.0);
+  result.grid = {2, 3, cells_.data(), nullptr};
+  state.pending_results.Add(3, path);
+  AnswerWith(result);
+  {
+    const FileSizeLimit limit(layers);
+    state.OnDepthBagReady(SEResultToken());
+  }
+  EXPECT_EQ(Posted(), Lines{"1 [M1] failed to generate result 3 to \"" + path +
+                            "\" because BAG generation failed."});
+  EXPECT_EQ(console->Take().back(), "4 BAG file is incomplete: " + TextOf(kBagWriteFailed));
+  EXPECT_THAT(FilesThere(), ElementsAre("depth.bag.incomplete"));
+  EXPECT_EQ(state.pending_results.Count(), 0U);
+}
+
+TEST_F(FullDisk, OnCreationIsTold) {
+  FillGrid();
+  const FileSizeLimit limit(12000);  // the metadata document fits, the file does not
+  EXPECT_EQ(Failure(directory_.Path("depth.bag")),
+            "4 BAG file creation failed: " + TextOf(kBagCreateFailed));
+  EXPECT_THAT(FilesThere(), ElementsAre("depth.bag.incomplete"));
 }
 
 // The console may replace the projection, and name another grid, while files are written.

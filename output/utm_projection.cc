@@ -4,6 +4,9 @@
 #include <cstdlib>
 #include <iostream>
 #include <mutex>
+#include <new>
+#include <utility>
+#include <vector>
 
 #include <proj.h>
 
@@ -25,10 +28,9 @@ std::string Definition(std::int32_t zone) {
 
 void DropMessage(void* /*user*/, int /*level*/, const char* /*text*/) {}
 
-}  // namespace
-
-// A PROJ transformation with a context of its own, so that PROJ's state is shared with nobody.
-class UTMProjection::Transformation {
+// A PROJ transformation with a context of its own, so that PROJ's state is shared with nobody. For
+// one thread at a time.
+class Transformation {
  public:
   explicit Transformation(const std::string& definition) : context_(proj_context_create()) {
     proj_log_func(context_, nullptr, DropMessage);
@@ -49,45 +51,83 @@ class UTMProjection::Transformation {
   }
 
   PJ_XY Forward(PJ_LP radians) {
-    const std::scoped_lock lock(mutex_);
     PJ_COORD point = proj_coord(0.0, 0.0, 0.0, 0.0);
     point.lp = radians;
     return proj_trans(pj_, PJ_FWD, point).xy;
   }
 
   PJ_LP Inverse(PJ_XY metres) {
-    const std::scoped_lock lock(mutex_);
     PJ_COORD point = proj_coord(0.0, 0.0, 0.0, 0.0);
     point.xy = metres;
     return proj_trans(pj_, PJ_INV, point).lp;
   }
 
  private:
-  std::mutex mutex_;
   PJ_CONTEXT* context_;
   PJ* pj_ = nullptr;
 };
 
-UTMProjection::UTMProjection(std::int32_t zone)
-    : zone_(zone), pj_(std::make_unique<Transformation>(Definition(zone))) {
-  if (!pj_->Usable()) {
+}  // namespace
+
+// The transformations that no caller is using. They go with the projection, whichever threads used
+// it; a cache of each thread's own would keep those of projections that are gone.
+class UTMProjection::Pool {
+ public:
+  explicit Pool(std::unique_ptr<Transformation> first) { idle_.push_back(std::move(first)); }
+
+  // One for the caller alone; made when all are in use, so that nobody waits for another's.
+  std::unique_ptr<Transformation> Take(std::int32_t zone) {
+    {
+      const std::scoped_lock lock(mutex_);
+      if (!idle_.empty()) {
+        auto taken = std::move(idle_.back());
+        idle_.pop_back();
+        return taken;
+      }
+    }
+    auto made = std::make_unique<Transformation>(Definition(zone));
+    if (!made->Usable()) {
+      throw std::bad_alloc();  // the same definition has worked before
+    }
+    return made;
+  }
+
+  void Return(std::unique_ptr<Transformation> transformation) {
+    const std::scoped_lock lock(mutex_);
+    idle_.push_back(std::move(transformation));
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<std::unique_ptr<Transformation>> idle_;  // guarded by mutex_
+};
+
+UTMProjection::UTMProjection(std::int32_t zone) : zone_(zone) {
+  auto first = std::make_unique<Transformation>(Definition(zone));
+  if (!first->Usable()) {
     std::cerr << "error: failed to generate Proj.4 projection for zone " + std::to_string(zone) +
-                     " (Proj.4 said: " + pj_->Error() + ")."
+                     " (Proj.4 said: " + first->Error() + ")."
               << std::endl;
     throw bad_projection();
   }
+  pool_ = std::make_unique<Pool>(std::move(first));
 }
 
 UTMProjection::~UTMProjection() = default;
 
 void UTMProjection::Forward(double longitude, double latitude, double& x, double& y) const {
-  const PJ_XY metres = pj_->Forward({longitude * kRadiansPerDegree, latitude * kRadiansPerDegree});
+  auto transformation = pool_->Take(zone_);
+  const PJ_XY metres =
+      transformation->Forward({longitude * kRadiansPerDegree, latitude * kRadiansPerDegree});
+  pool_->Return(std::move(transformation));
   x = metres.x;
   y = metres.y;
 }
 
 void UTMProjection::Inverse(double x, double y, double& longitude, double& latitude) const {
-  const PJ_LP radians = pj_->Inverse({x, y});
+  auto transformation = pool_->Take(zone_);
+  const PJ_LP radians = transformation->Inverse({x, y});
+  pool_->Return(std::move(transformation));
   longitude = radians.lam * kDegreesPerRadian;
   latitude = radians.phi * kDegreesPerRadian;
 }

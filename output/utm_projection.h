@@ -9,8 +9,9 @@
 
 namespace quarro {
 
-// One UTM zone, computed by PROJ. A PROJ transformation serves one thread at a time, so a mutex
-// takes calls from several threads one after the other, at about a microsecond each.
+// One UTM zone, computed by PROJ. A PROJ transformation serves one thread at a time, so the
+// projection holds several: each call has one to itself, and there are as many as calls were ever
+// made at once.
 class UTMProjection : public Projection {
  public:
   // `zone` is 1 to 60, negative for the southern hemisphere. For any other number PROJ's reason
@@ -24,10 +25,10 @@ class UTMProjection : public Projection {
   double CentralMeridian() const override;
 
  private:
-  class Transformation;
+  class Pool;
 
   const std::int32_t zone_;
-  const std::unique_ptr<Transformation> pj_;
+  std::unique_ptr<Pool> pool_;
 };
 
 }  // namespace quarro

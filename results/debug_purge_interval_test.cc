@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "results/client_fixture.h"
+#include "results/elapsed_text.h"
 
 namespace quarro {
 namespace {
@@ -44,16 +45,19 @@ TEST_F(Traces, OffsetsCountFromTheSouthEastCorner) {
 TEST_F(Traces, CannotBeSwitchedOnEverywhere) {
   EXPECT_EQ(SaidGarbled("debug on everywhere"),
             Lines{"4 debug can only be turned off everywhere!."});
+  EXPECT_EQ(client.calls, Lines());
 }
 
 TEST_F(Traces, AreOnOrOff) {
   EXPECT_EQ(SaidGarbled("debug maybe at 1 2"),
             Lines{"4 debug state must be either 'on' or 'off' (and not maybe)."});
+  EXPECT_EQ(client.calls, Lines());
 }
 
 TEST_F(Traces, AnUnknownModeIsNamed) {
   EXPECT_EQ(SaidGarbled("debug on near 1 2"),
             Lines{"4 debug must be 'at' at projected location, or 'in' a cell (and not near)."});
+  EXPECT_EQ(client.calls, Lines());
 }
 
 TEST_F(Traces, AMissingNumberShowsTheHelp) {
@@ -165,6 +169,13 @@ TEST_F(Interval, StopLogTellsTheEnginesLogAlone) {
                                                            "s")));
   EXPECT_EQ(console->Take(), Lines());
   EXPECT_THAT(state.history, ElementsAre("interval start", "interval stop log"));
+}
+
+TEST_F(Interval, TheTimeLoggedHasSixDecimals) {
+  using boost::posix_time::microseconds;
+  EXPECT_EQ(ElapsedText(microseconds(1500000)), "timing sequence completed, 1.500000 s");
+  EXPECT_EQ(ElapsedText(microseconds(1)), "timing sequence completed, 0.000001 s");
+  EXPECT_EQ(ElapsedText(microseconds(86400000000)), "timing sequence completed, 86400.000000 s");
 }
 
 TEST_F(Interval, OtherWordsShowTheHelp) {

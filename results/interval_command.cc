@@ -6,7 +6,7 @@
 #include "cli/command_handlers.h"
 #include "cli/command_processor.h"
 #include "engine/sg_client_base.h"
-#include "output/number_text.h"
+#include "results/elapsed_text.h"
 #include "results/log_line.h"
 
 namespace quarro {
@@ -37,11 +37,9 @@ void Stop(CommandState& state) {
 
 // To the log of the engine front end, where it stands among the engine's own messages.
 void LogElapsed(CommandState& state) {
-  const auto elapsed = state.interval_end - state.interval_start;
-  const double seconds = static_cast<double>(elapsed.total_microseconds()) / 1000000.0;
   Slog& log = state.client->Log();
   log << SlogLevel(kIntervalLevel);
-  log() << "timing sequence completed, " << Fixed(seconds, 6) << " s" << endmsg;
+  log() << ElapsedText(state.interval_end - state.interval_start) << endmsg;
 }
 
 }  // namespace

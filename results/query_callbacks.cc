@@ -51,10 +51,16 @@ void CommandState::OnQueryReply(const SEResultToken& token) {
 }
 
 void CommandState::OnServerStatistics(const SEResultToken& token) {
-  const bool answered = RunReporting(*this, kStatisticsFailures, [&] {
-    messages.PostMessage(Describe(*FetchResult<ResultServStats>(*client, token)));
-  });
-  rendezvous.Signal(answered);
+  try {
+    const bool answered = RunReporting(*this, kStatisticsFailures, [&] {
+      messages.PostMessage(Describe(*FetchResult<ResultServStats>(*client, token)));
+    });
+    rendezvous.Signal(answered);
+  } catch (...) {
+    // What is no engine exception is the engine library's to tell, but the console waits here.
+    rendezvous.Signal(false);
+    throw;
+  }
 }
 
 }  // namespace quarro

@@ -307,6 +307,15 @@ TEST_F(Variables, StatisticsArePosted) {
   EXPECT_THROW(Run("show statistics"), CommandProcessor::not_attached);
 }
 
+TEST_F(Variables, AFailureOfUnknownTypeEndsTheWaitForStatisticsAndReachesTheEngineLibrary) {
+  client.result = []() -> SEBaseResult* { throw std::runtime_error("odd"); };
+  state.rendezvous.Reset();
+  EXPECT_THROW(state.OnServerStatistics(SEResultToken()), std::runtime_error);
+  EXPECT_FALSE(state.rendezvous.Wait());
+  EXPECT_EQ(console->Take(), Lines());
+  EXPECT_EQ(Posted(), Lines());
+}
+
 TEST_F(Variables, RefusedStatisticsAreWaitedForAllTheSame) {
   // The refusal signals in place of a call-back that comes after all.
   client.refusal = [&](const std::string&) {

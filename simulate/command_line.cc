@@ -1,8 +1,12 @@
 // The command line of Quarro_Simulate.
 #include "simulate/command_line.h"
 
+#include <algorithm>
+#include <charconv>
 #include <ostream>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include <boost/program_options.hpp>
 
@@ -36,14 +40,61 @@ po::typed_value<double>* Into(double& value) {
   return po::value<double>(&value)->default_value(value, text);
 }
 
+// A number of a list of lines, all of its text.
+std::uint32_t LineNumber(std::string_view text, const std::string& list) {
+  std::uint32_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size() || number > 9999) {
+    throw SimulationError("\"" + list + "\" is no list of lines: give numbers from 1, as 1,3-5");
+  }
+  return number;
+}
+
+// "1,3-5" gives 1, 3, 4 and 5.
+std::vector<std::uint32_t> LineNumbers(const std::string& list) {
+  std::vector<std::uint32_t> numbers;
+  for (std::size_t start = 0; start <= list.size();) {
+    const std::size_t comma = std::min(list.find(',', start), list.size());
+    const auto part = std::string_view(list).substr(start, comma - start);
+    const std::size_t dash = std::min(part.find('-'), part.size());
+    const std::uint32_t first = LineNumber(part.substr(0, dash), list);
+    const std::uint32_t last = dash < part.size() ? LineNumber(part.substr(dash + 1), list) : first;
+    for (std::uint32_t number = first; number <= last; ++number) numbers.push_back(number);
+    start = comma + 1;
+  }
+  return numbers;
+}
+
+po::typed_value<std::string>* Into(std::vector<std::uint32_t>& lines) {
+  return po::value<std::string>()->notifier(
+      [&lines](const std::string& list) { lines = LineNumbers(list); });
+}
+
 po::options_description SeafloorOptions(SurveyOptions& survey) {
   po::options_description group("Seafloor");
   auto option = group.add_options();
-  option("seafloor", Into(survey.seafloor), "flat or slope");
+  option("seafloor", Into(survey.seafloor),
+         "flat, slope, waves, rocks (with the wreck), scarp, canyon or mix");
   option("depth", Into(survey.depth_m), "metres at the origin");
-  option("slope", Into(survey.slope), "metres of depth a metre of way");
+  option("slope", Into(survey.slope), "metres of depth a metre of way, of slope and mix");
   option("slope-azimuth", Into(survey.slope_azimuth_deg),
-         "degrees from grid north of the way that deepens");
+         "degrees from grid north of the way that deepens, of slope, scarp and canyon");
+  option("wave-amplitude", Into(survey.wave_amplitude_m), "metres from the mean to a crest");
+  option("wave-length", Into(survey.wave_length_m), "metres from crest to crest");
+  option("wave-azimuth", Into(survey.wave_azimuth_deg), "degrees from grid north, across crests");
+  option("rocks", Into(survey.rock_count), "boulders, scattered by the seed");
+  option("rock-height", Into(survey.rock_height_m), "metres");
+  option("rock-width", Into(survey.rock_width_m), "metres");
+  option("wreck-height", Into(survey.wreck_height_m), "metres; 0 leaves the wreck out");
+  option("wreck-width", Into(survey.wreck_width_m), "metres");
+  option("wreck-length", Into(survey.wreck_length_m), "metres");
+  option("wreck-east", Into(survey.wreck_east_m), "metres from the origin to its middle");
+  option("wreck-north", Into(survey.wreck_north_m), "metres from the origin to its middle");
+  option("wreck-azimuth", Into(survey.wreck_azimuth_deg), "degrees from grid north, of its length");
+  option("scarp-height", Into(survey.scarp_height_m), "metres, of scarp and mix");
+  option("scarp-width", Into(survey.scarp_width_m), "metres of the way on which it falls");
+  option("canyon-depth", Into(survey.canyon_depth_m), "metres, of the canyon's floor");
+  option("canyon-width", Into(survey.canyon_width_m), "metres of the way on which it falls");
   return group;
 }
 
@@ -82,7 +133,20 @@ po::options_description ErrorOptions(SurveyOptions& survey) {
   option("horizontal-fixed", Into(model.horizontal_fixed_m), "metres, 1 sigma along an axis");
   option("horizontal-proportional", Into(model.horizontal_proportional), "of depth, 1 sigma");
   option("angle-growth", Into(model.angle_growth), "errors grow by 1 + this tan^2(angle)");
-  option("seed", Into(survey.seed), "of the random numbers");
+  option("bursts", Into(survey.bursts), "schools of fish a line, taken for the floor");
+  option("burst-pings", Into(survey.burst_pings), "pings a burst");
+  option("burst-beams", Into(survey.burst_beams), "beams of each of its pings");
+  option("burst-depth", Into(survey.burst_depth_fraction), "its depth, a part of the floor's");
+  option("burst-swath", Into(survey.burst_swath_fraction),
+         "middle part of the swath for bursts: 0 under the keel, 1 anywhere");
+  option("smile-lines", Into(survey.smile_lines), "lines with refraction, as 1,3-5");
+  option("smile", Into(survey.smile_fraction),
+         "of depth, by which their outermost beams are too shallow; grows as tan^2(angle)");
+  option("offset-lines", Into(survey.offset_lines), "lines with an offset, as 1,3-5");
+  option("offset", Into(survey.offset_m), "metres by which their depths are too deep");
+  option("gaps", Into(survey.gaps), "gaps a line");
+  option("gap-pings", Into(survey.gap_pings), "pings missing in a gap");
+  option("seed", Into(survey.seed), "of the random numbers, and of the rocks' places");
   return group;
 }
 
@@ -137,7 +201,8 @@ void Simulate(const Arguments& arguments, bool overwrite, std::ostream& out) {
     out << "wrote " << written.lines << " lines of " << written.pings / written.lines
         << " pings of " << arguments.survey.beams << " beams to \"" << arguments.output
         << "\": " << written.counts.beams << " soundings, " << written.counts.flagged
-        << " flagged, " << written.counts.spikes << " spikes, UTM zone " << written.zone << "\n";
+        << " flagged, " << written.counts.spikes << " spikes, " << written.counts.bursts
+        << " on bursts, UTM zone " << written.zone << "\n";
   }
   if (!arguments.truth.empty()) {
     const std::uint64_t depths =

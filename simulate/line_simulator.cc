@@ -6,7 +6,6 @@
 #include <numbers>
 
 #include "gridding/survey/gsf_format.h"
-#include "simulate/random.h"
 
 namespace quarro::simulate {
 namespace {
@@ -38,6 +37,9 @@ LineSimulator::LineSimulator(const SurveyOptions& options, const SurveyPlan& pla
       seafloor_(seafloor),
       zone_(options.Zone()),
       tangents_(BeamTangents(options)),
+      outermost_tangent_(options.swath_deg > 0.0 ? tangents_.back() : 1.0),
+      struck_(options.beams),
+      fates_(options.beams),
       depth_m_(options.beams),
       across_m_(options.beams),
       along_m_(options.beams),
@@ -45,53 +47,63 @@ LineSimulator::LineSimulator(const SurveyOptions& options, const SurveyPlan& pla
       horizontal_error_m_(options.beams),
       beam_flags_(options.beams) {}
 
-LineSimulator::Hit LineSimulator::Strike(const ShipFix& fix, const survey::Heading& heading,
-                                         double tangent) const {
-  // Goes to where the beam would meet a floor as deep as the last one found. The depth returned is
-  // that of the place returned, so that few steps make the angle inexact and the truth not.
-  constexpr int kMostSteps = 6;
-  constexpr double kCloseEnough_m = 0.001;
-  Hit hit{seafloor_.DepthAt(fix.frame.origin), 0.0};
-  for (int step = 0; step < kMostSteps; ++step) {
-    const double before_m = hit.across_m;
-    hit.across_m = std::clamp(hit.depth_m * tangent, -double{survey::kWidest_m} / 2,
-                              double{survey::kWidest_m} / 2);
-    hit.depth_m = seafloor_.DepthAt(
-        fix.frame.ToGrid(heading.East(0.0, hit.across_m), heading.North(0.0, hit.across_m)));
-    if (std::abs(hit.across_m - before_m) < kCloseEnough_m) break;
+const LineFaults& LineSimulator::FaultsOf(std::uint32_t line) {
+  if (!faults_ || faults_line_ != line) {
+    faults_.emplace(options_, line, plan_.pings_per_line());
+    faults_line_ = line;
   }
-  return hit;
+  return *faults_;
+}
+
+BeamFate LineSimulator::FateOf(std::uint32_t beam, const LineFaults::Beams& burst,
+                               const PingRandom& random) const {
+  if (beam >= burst.first && beam < burst.end) return BeamFate::kBurst;
+  if (random.Uniform(beam, Purpose::kFlagged) < options_.flagged) return BeamFate::kFlagged;
+  // Of the beams not flagged, so that the part of all is the one asked for.
+  const double drawn = random.Uniform(beam, Purpose::kSpike) * (1.0 - options_.flagged);
+  return drawn < options_.spikes ? BeamFate::kSpike : BeamFate::kGood;
+}
+
+void LineSimulator::MeasureBeam(std::uint32_t beam, const LineFaults& faults,
+                                const PingRandom& random) {
+  const SwathPoint& floor = struck_[beam];
+  const BeamFate fate = fates_[beam];
+  const survey::BeamSigma sigma =
+      survey::ModelSigma(options_.uncertainty, floor.depth_m, floor.across_m);
+  const double vertical_m = options_.noise * sigma.vertical_m;
+  const double horizontal_m = options_.noise * sigma.horizontal_m;
+  // Fish lie on the beam's own way to the floor.
+  const double met = fate == BeamFate::kBurst ? options_.burst_depth_fraction : 1.0;
+  double depth_m = met * floor.depth_m;
+  const double outward = tangents_[beam] / outermost_tangent_;
+  if (faults.refraction() != 0.0) depth_m += faults.refraction() * depth_m * outward * outward;
+  depth_m += faults.offset_m() + vertical_m * random.Normal(beam, Purpose::kDepth);
+  if (fate == BeamFate::kFlagged || fate == BeamFate::kSpike) {
+    depth_m += Spike(random, beam, floor.depth_m, sigma.vertical_m);
+  }
+  depth_m_[beam] = static_cast<float>(std::max(depth_m, 0.1));
+  across_m_[beam] = static_cast<float>(met * floor.across_m +
+                                       horizontal_m * random.Normal(beam, Purpose::kAcross));
+  along_m_[beam] = static_cast<float>(horizontal_m * random.Normal(beam, Purpose::kAlong));
+  vertical_error_m_[beam] = static_cast<float>(survey::gsf::kSigmasOfVertical95 * sigma.vertical_m);
+  horizontal_error_m_[beam] =
+      static_cast<float>(survey::gsf::kSigmasOfRadial95 * sigma.horizontal_m);
+  beam_flags_[beam] = fate == BeamFate::kFlagged ? 1 : 0;
 }
 
 survey::GsfPing LineSimulator::Measure(std::uint32_t line, std::uint32_t ping) {
   const ShipFix fix = plan_.Fix(line, ping, zone_);
-  const survey::Heading heading(fix.heading_deg, fix.frame);
+  const LineFaults& faults = FaultsOf(line);
+  const LineFaults::Beams burst = faults.BurstIn(ping);
   const PingRandom random(options_.seed, line, ping);
+  Swath(seafloor_, fix).Strike(tangents_, struck_);
   for (std::uint32_t beam = 0; beam < options_.beams; ++beam) {
-    const Hit hit = Strike(fix, heading, tangents_[beam]);
-    const survey::BeamSigma sigma =
-        survey::ModelSigma(options_.uncertainty, hit.depth_m, hit.across_m);
-    const double vertical_m = options_.noise * sigma.vertical_m;
-    const double horizontal_m = options_.noise * sigma.horizontal_m;
-    const bool flagged = random.Uniform(beam, Purpose::kFlagged) < options_.flagged;
-    // Of the beams not flagged, so that the part of all is the one asked for.
-    const bool spike =
-        !flagged &&
-        random.Uniform(beam, Purpose::kSpike) * (1.0 - options_.flagged) < options_.spikes;
-    double depth_m = hit.depth_m + vertical_m * random.Normal(beam, Purpose::kDepth);
-    if (flagged || spike) depth_m += Spike(random, beam, hit.depth_m, sigma.vertical_m);
-    depth_m_[beam] = static_cast<float>(std::max(depth_m, 0.1));
-    across_m_[beam] =
-        static_cast<float>(hit.across_m + horizontal_m * random.Normal(beam, Purpose::kAcross));
-    along_m_[beam] = static_cast<float>(horizontal_m * random.Normal(beam, Purpose::kAlong));
-    vertical_error_m_[beam] =
-        static_cast<float>(survey::gsf::kSigmasOfVertical95 * sigma.vertical_m);
-    horizontal_error_m_[beam] =
-        static_cast<float>(survey::gsf::kSigmasOfRadial95 * sigma.horizontal_m);
-    beam_flags_[beam] = flagged ? 1 : 0;
-    counts_.flagged += flagged ? 1 : 0;
-    counts_.spikes += spike ? 1 : 0;
+    fates_[beam] = FateOf(beam, burst, random);
+    MeasureBeam(beam, faults, random);
+    counts_.flagged += fates_[beam] == BeamFate::kFlagged ? 1 : 0;
+    counts_.spikes += fates_[beam] == BeamFate::kSpike ? 1 : 0;
   }
+  counts_.bursts += burst.end - burst.first;
   counts_.beams += options_.beams;
 
   constexpr double kKnots = 3600.0 / 1852.0;  // a metre a second

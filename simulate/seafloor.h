@@ -18,8 +18,8 @@ class Seafloor {
   static constexpr double kShallowest_m = 0.5;  // where a seafloor would rise above the water
 };
 
-// The seafloor that the options name, with its depth at `origin`. Throws SimulationError for a name
-// that is none.
+// The seafloor that the options name, with their depth at `origin`. Throws SimulationError for a
+// name that is none and for options out of range.
 std::unique_ptr<Seafloor> MakeSeafloor(const SurveyOptions& options,
                                        const survey::GridPoint& origin);
 

@@ -78,8 +78,14 @@ TEST(Random, NumbersOfNeighboursAreIndependent) {
 TEST(Survey, TheFilesAreTheSameForAnyNumberOfThreads) {
   SurveyOptions options = SmallSurvey();
   options.lines = 5;
+  options.seafloor = "mix";
   options.spikes = 0.01;
   options.flagged = 0.02;
+  options.bursts = 2;
+  options.gaps = 2;
+  options.gap_pings = 5;
+  options.smile_lines = {1, 4};
+  options.offset_lines = {2};
   const auto one = Written(options, 1);
   ASSERT_EQ(one.size(), 5U);
   EXPECT_GT(one.at("line_005.gsf").size(), 64U * 100U);
@@ -234,19 +240,6 @@ TEST(Survey, NeighbouringLinesRunAgainstEachOtherAtTheirSpacing) {
   EXPECT_GT(back.time_ns, last.time_ns);
 }
 
-TEST(Seafloor, SlopeDeepensTowardsItsAzimuthAndNeverRisesAboveTheWater) {
-  SurveyOptions options;
-  options.depth_m = 20.0;
-  options.slope = 0.1;
-  options.slope_azimuth_deg = 90.0;
-  const auto slope = MakeSeafloor(options, {500000.0, 6000000.0});
-  EXPECT_DOUBLE_EQ(slope->DepthAt({500000.0, 6000000.0}), 20.0);
-  EXPECT_NEAR(slope->DepthAt({500100.0, 6000700.0}), 30.0, 1e-9);
-  EXPECT_EQ(slope->DepthAt({499000.0, 6000000.0}), Seafloor::kShallowest_m);
-  options.seafloor = "cheese";
-  EXPECT_THROW(MakeSeafloor(options, {}), SimulationError);
-}
-
 // Decimal commas and dotted thousands, as German has them.
 class CommaNumbers : public std::numpunct<char> {
   char do_decimal_point() const override { return ','; }
@@ -305,13 +298,31 @@ TEST_F(CommandLine, WritesLinesAndTruthAndTellsWhat) {
       << err_.str();
   EXPECT_NE(out_.str().find("wrote 2 lines of 51 pings of 16 beams"), std::string::npos)
       << out_.str();
-  EXPECT_NE(out_.str().find("1632 soundings, 0 flagged, 0 spikes, UTM zone 31"), std::string::npos)
+  EXPECT_NE(out_.str().find("1632 soundings, 0 flagged, 0 spikes, 0 on bursts, UTM zone 31"),
+            std::string::npos)
       << out_.str();
   EXPECT_EQ(survey::ReadWhole(lines + "/line_002.gsf").account.read, 816U);
   const survey::WholeLine depths = survey::ReadWhole(truth);
   ASSERT_GT(depths.account.read, 4U);
   EXPECT_EQ(depths.chunk.depth_m[0], 25.0F);
   EXPECT_EQ(std::remainder(depths.chunk.pings[0].longitude_deg, 20.0), 0.0);
+}
+
+TEST_F(CommandLine, ListsOfLinesNameTheLinesWithFaults) {
+  const std::string lines = scratch_.File("lines");
+  ASSERT_EQ(Run({"--output", lines.c_str(), "--lines", "6", "--line-length", "10", "--beams", "8",
+                 "--seafloor", "flat", "--depth", "25", "--noise", "0", "--offset-lines", "1,3-4",
+                 "--offset", "2"}),
+            0)
+      << err_.str();
+  const auto depth_m = [&](std::uint32_t line) {
+    return survey::ReadWhole(lines + "/" + LineFileName(line)).chunk.depth_m.front();
+  };
+  EXPECT_EQ(depth_m(0), 27.0F);
+  EXPECT_EQ(depth_m(1), 25.0F);
+  EXPECT_EQ(depth_m(2), 27.0F);
+  EXPECT_EQ(depth_m(3), 27.0F);
+  EXPECT_EQ(depth_m(4), 25.0F);
 }
 
 TEST_F(CommandLine, TruthAtPositionsGivesOneDepthALine) {
@@ -343,7 +354,20 @@ TEST_F(CommandLine, ErrorsNameTheOptionAndGiveStatus1) {
     EXPECT_EQ(Run({"--output", lines.c_str(), option, value}), 1) << option;
     return err_.str();
   };
-  EXPECT_NE(error_of("--seafloor", "cheese").find("it must be flat or slope"), std::string::npos);
+  EXPECT_NE(error_of("--seafloor", "cheese").find("it must be flat, slope, waves"),
+            std::string::npos);
+  EXPECT_NE(
+      error_of("--bursts", "400").find("--bursts is 400 of 4 pings a line; a line has room for"),
+      std::string::npos)
+      << err_.str();
+  EXPECT_NE(error_of("--smile-lines", "1,x").find("\"1,x\" is no list of lines"), std::string::npos)
+      << err_.str();
+  EXPECT_NE(error_of("--offset-lines", "4-6").find("--offset-lines is 6; it must lie between 1"),
+            std::string::npos)
+      << err_.str();
+  EXPECT_NE(error_of("--wreck-length", "3").find("--wreck-length is 3; it must lie between 4"),
+            std::string::npos)
+      << err_.str();
   EXPECT_NE(error_of("--spikes", "1.5").find("--spikes is 1.5; it must lie between 0 and 1"),
             std::string::npos);
   EXPECT_NE(error_of("--lines", "-1").find("--lines is"), std::string::npos);

@@ -17,12 +17,33 @@ void CheckRange(const char* option, double value, double lowest, double highest)
   throw SimulationError(text.str());
 }
 
+void CheckNumbers(const char* option, const std::vector<std::uint32_t>& numbers,
+                  std::uint32_t lines) {
+  for (const std::uint32_t line : numbers) CheckRange(option, line, 1, lines);
+}
+
 }  // namespace
 
 void SurveyOptions::Check() const {
   CheckRange("depth", depth_m, 1.0, survey::kDeepest_m);
   CheckRange("slope", slope, -2.0, 2.0);
   CheckRange("slope-azimuth", slope_azimuth_deg, -360.0, 360.0);
+  CheckRange("wave-amplitude", wave_amplitude_m, 0.0, 1000.0);
+  CheckRange("wave-length", wave_length_m, 0.1, 1e6);
+  CheckRange("wave-azimuth", wave_azimuth_deg, -360.0, 360.0);
+  CheckRange("rocks", rock_count, 0, 1e7);
+  CheckRange("rock-height", rock_height_m, 0.0, 1000.0);
+  CheckRange("rock-width", rock_width_m, 0.01, 10000.0);
+  CheckRange("wreck-height", wreck_height_m, 0.0, 1000.0);
+  CheckRange("wreck-width", wreck_width_m, 0.01, 10000.0);
+  CheckRange("wreck-length", wreck_length_m, wreck_width_m, 10000.0);
+  CheckRange("wreck-east", wreck_east_m, -1e6, 1e6);
+  CheckRange("wreck-north", wreck_north_m, -1e6, 1e6);
+  CheckRange("wreck-azimuth", wreck_azimuth_deg, -360.0, 360.0);
+  CheckRange("scarp-height", scarp_height_m, -10000.0, 10000.0);
+  CheckRange("scarp-width", scarp_width_m, 0.01, 100000.0);
+  CheckRange("canyon-depth", canyon_depth_m, 1.0, survey::kDeepest_m);
+  CheckRange("canyon-width", canyon_width_m, 0.01, 1e6);
   CheckRange("lines", lines, 1, 9999);
   CheckRange("line-length", line_length_m, 1.0, 200000.0);
   CheckRange("line-spacing", line_spacing_m, 0.0, 100000.0);
@@ -38,6 +59,17 @@ void SurveyOptions::Check() const {
   CheckRange("spikes", spikes, 0.0, 1.0);
   CheckRange("flagged", flagged, 0.0, 1.0);
   CheckRange("spikes and --flagged together", spikes + flagged, 0.0, 1.0);
+  CheckRange("bursts", bursts, 0, 1e6);
+  CheckRange("burst-pings", burst_pings, 1, 1e6);
+  if (bursts > 0) CheckRange("burst-beams", burst_beams, 1, beams);
+  CheckRange("burst-depth", burst_depth_fraction, 0.01, 2.0);
+  CheckRange("burst-swath", burst_swath_fraction, 0.0, 1.0);
+  CheckNumbers("smile-lines", smile_lines, lines);
+  CheckRange("smile", smile_fraction, -0.5, 0.5);
+  CheckNumbers("offset-lines", offset_lines, lines);
+  CheckRange("offset", offset_m, -1000.0, 1000.0);
+  CheckRange("gaps", gaps, 0, 1e6);
+  CheckRange("gap-pings", gap_pings, 1, 1e6);
 }
 
 double SurveyOptions::Spacing_m() const {

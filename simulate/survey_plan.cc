@@ -10,6 +10,13 @@ namespace {
 
 constexpr double kDegrees = 180.0 / std::numbers::pi;  // a radian
 
+void CheckRuns(const char* option, std::uint32_t runs, std::uint32_t length, std::uint32_t room) {
+  if (std::uint64_t{runs} * length <= room) return;
+  throw SimulationError("--" + std::string(option) + " is " + std::to_string(runs) + " of " +
+                        std::to_string(length) + " pings a line; a line has room for " +
+                        std::to_string(room / length) + ": give fewer or a longer line");
+}
+
 double Rounded(double value, double steps) { return std::round(value * steps) / steps; }
 
 }  // namespace
@@ -29,6 +36,8 @@ SurveyPlan::SurveyPlan(const SurveyOptions& options) : options_(options) {
                           " pings is too long: shorten --line-length or lower --ping-rate");
   }
   pings_per_line_ = static_cast<std::uint32_t>(pings) + 1;
+  CheckRuns("gaps", options.gaps, options.gap_pings, pings_per_line_ - 1);
+  CheckRuns("bursts", options.bursts, options.burst_pings, pings_per_line_);
 }
 
 survey::GridPoint SurveyPlan::At(double along_m, double across_m) const {

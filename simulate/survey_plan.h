@@ -22,7 +22,7 @@ struct ShipFix {
 // that threads share a plan.
 class SurveyPlan {
  public:
-  // Throws SimulationError for options out of range.
+  // Throws SimulationError for options out of range, and gaps or bursts that no line has room for.
   explicit SurveyPlan(const SurveyOptions& options);
 
   const survey::GridPoint& origin() const { return origin_.origin; }

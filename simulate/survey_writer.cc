@@ -36,9 +36,12 @@ BeamCounts WriteLine(const SurveyOptions& options, const SurveyPlan& plan, const
                      std::uint32_t line, const std::string& path) {
   LineSimulator simulator(options, plan, seafloor);
   survey::GsfWriter writer(path);
+  bool any = false;
   for (std::uint32_t ping = 0; ping < plan.pings_per_line(); ++ping) {
+    if (simulator.Missing(line, ping)) continue;
     const survey::GsfPing measured = simulator.Measure(line, ping);
-    if (ping == 0) writer.WriteComment(measured.time_ns, "Simulated by Quarro_Simulate");
+    if (!any) writer.WriteComment(measured.time_ns, "Simulated by Quarro_Simulate");
+    any = true;
     writer.WritePing(measured);
   }
   writer.Close();
@@ -87,12 +90,15 @@ SurveySummary WriteSurvey(const SurveyOptions& options, const std::string& direc
   }
   SurveySummary summary;
   summary.lines = options.lines;
-  summary.pings = std::uint64_t{options.lines} * plan.pings_per_line();
+  // Gaps never overlap: each takes all its pings.
+  summary.pings = std::uint64_t{options.lines} *
+                  (plan.pings_per_line() - std::uint64_t{options.gaps} * options.gap_pings);
   summary.zone = options.Zone();
   for (const BeamCounts& line : counts) {
     summary.counts.beams += line.beams;
     summary.counts.flagged += line.flagged;
     summary.counts.spikes += line.spikes;
+    summary.counts.bursts += line.bursts;
   }
   return summary;
 }

@@ -225,5 +225,33 @@ TEST_F(Results, ACallBackStillComesForAPurgedResultAndFetchingItTellsWhy) {
   EXPECT_EQ(reason.get_future().get(), "result 8 was purged before it was fetched");
 }
 
+TEST_F(Results, APurgeOfAllDropsEveryWaitingResultWhoseCallBackStillComes) {
+  std::promise<void> go_on;
+  const std::shared_future<void> may_go_on = go_on.get_future().share();
+  std::promise<void> begun;
+  std::promise<std::string> held;
+  const SGBoundingBox box(99, 199, 121, 221);
+  // Fetched, waiting after its call-back, and waiting in its call-back.
+  Replies replies;
+  client_.RequestDepth(box, 1, 0, replies.Expect());
+  replies.Wait();
+  const auto fetched = FetchResult<ResultDepth>(client_, replies.Tokens().back());
+  client_.RequestResolution(box, 2, replies.Expect());
+  replies.Wait();
+  const SEResultToken waiting = replies.Tokens().back();
+  client_.RequestDepth(box, 3, 1, [&](const SEResultToken& token) {
+    begun.set_value();
+    may_go_on.wait();
+    held.set_value(ReasonOf([&] { client_.GetResult(token); }));
+  });
+  begun.get_future().wait();
+  Await<ResultPosAck>(client_, [&](const ResultCallback& done) { client_.Purge(done); });
+  go_on.set_value();
+  EXPECT_EQ(held.get_future().get(), "result 3 was purged before it was fetched");
+  EXPECT_THAT(ReasonOf([&] { client_.GetResult(waiting); }), HasSubstr("no result waits"));
+  EXPECT_EQ(TextOf(*fetched), TextOf(*Depth(client_, box, 0, 1)));
+  EXPECT_EQ(Query(client_, 3), std::vector<std::string>{"no results wait"});
+}
+
 }  // namespace
 }  // namespace quarro::testing

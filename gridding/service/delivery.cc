@@ -79,6 +79,15 @@ void Delivery::WaitFor(const RequestPtr& request) {
   changed_.wait(lock, [&] { return outstanding_.count(request->sequence) == 0; });
 }
 
+void Delivery::WaitUntilBegun(const RequestPtr& request) {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] {
+    return std::none_of(free_.begin(), free_.end(), [&](const Announcement& announcement) {
+      return announcement.request == request;
+    });
+  });
+}
+
 bool Delivery::OnCallbackThread() const {
   return std::any_of(threads_.begin(), threads_.end(), [](const std::thread& thread) {
     return thread.get_id() == std::this_thread::get_id();
@@ -111,6 +120,7 @@ void Delivery::RunFree() {
     const Announcement next = std::move(free_.front());
     free_.pop_front();
     lock.unlock();
+    changed_.notify_all();  // who waits until it has begun
     Run(next);
     lock.lock();
   }

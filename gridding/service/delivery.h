@@ -51,6 +51,8 @@ class Delivery {
   // on a thread of call-backs.
   void WaitForAll();
   void WaitFor(const RequestPtr& request);
+  // Waits until the call-back of a delivered request of Order::kFree has begun.
+  void WaitUntilBegun(const RequestPtr& request);
   // True on a thread that runs call-backs of this object.
   bool OnCallbackThread() const;
 

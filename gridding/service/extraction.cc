@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <locale>
 #include <sstream>
 #include <utility>
 
@@ -17,6 +18,7 @@ namespace {
 
 std::string TextOf(const SGBoundingBox& box) {
   std::ostringstream text;
+  text.imbue(std::locale::classic());
   text << '(' << box << ')';
   return text.str();
 }

@@ -22,6 +22,14 @@ void Deliver(Delivery& delivery, const RequestPtr& request, Result result) {
   delivery.Deliver(request, std::make_unique<Result>(std::move(result)), sizeof(Result));
 }
 
+// Low-resolution cells in a box that may be refused for having too many.
+double CellsIn(const core::Lattice& lattice, const SGBoundingBox& box) {
+  core::CellRange range;
+  if (!lattice.CellsInBox(box.west(), box.south(), box.east(), box.north(), range)) return 1.0;
+  const double cells = static_cast<double>(range.Rows()) * static_cast<double>(range.Columns());
+  return cells > static_cast<double>(kMostCellsInResult) ? 0.0 : cells;
+}
+
 Finished Run(Extractor& extractor, RequestKind kind, const ExtractRequest& request) {
   switch (kind) {
     case RequestKind::kResolution:
@@ -95,7 +103,7 @@ void GridSession::RequestServerStatistics(const ResultCallback& on_done) {
   statistics.threads = config_.threads;
   statistics.priority_queue_length = static_cast<std::uint32_t>(requests_.waiting());
   statistics.run_queue_length = static_cast<std::uint32_t>(grid_work_.unfinished());
-  statistics.priority_queue_duration_s = static_cast<float>(requests_.ExpectedDuration());
+  statistics.priority_queue_duration_s = static_cast<float>(requests_.ExpectedSeconds());
   statistics.results_waiting = static_cast<std::uint32_t>(delivery_.pool().size());
   Deliver(delivery_, delivery_.Accept(on_done, RequestKind::kStatistics, Order::kFree), statistics);
 }
@@ -173,7 +181,7 @@ void GridSession::RequestQuery(std::uint32_t kind, const ResultCallback& on_done
   }
   const Lease lease = TakeLease(request);
   if (!lease) return;
-  requests_.Submit(request, [kind, lease](const CancelFlag&) {
+  requests_.Submit(request, {}, [kind, lease](const CancelFlag&) {
     const OpenGrid& grid = lease->grid();
     if (kind == kQueryBounds) {
       ResultBBox result;
@@ -207,7 +215,8 @@ void GridSession::SubmitExtract(RequestKind kind, const SGBoundingBox& box,
   const Lease lease = TakeLease(request);
   if (!lease) return;
   const ExtractRequest asked{box, result_number, full_resolution};
-  requests_.Submit(request, [this, kind, lease, asked](const CancelFlag& cancelled) {
+  const RequestSize size{CellsIn(lease->grid().lattice, box), full_resolution};
+  requests_.Submit(request, size, [this, kind, lease, asked](const CancelFlag& cancelled) {
     const OpenGrid& grid = lease->grid();
     Extractor extractor(lease->snapshot(), grid.settings, grid.lattice, config_.working_directory,
                         config_.result_heap_bytes, cancelled);
@@ -254,7 +263,7 @@ void GridSession::SubmitOpening(const std::string& name, const store::GridParame
     const std::lock_guard lock(mutex_);
     grid_changes_.emplace_back(job.request->sequence, true);
   }
-  grid_work_.Submit(job.request, [this, job](const CancelFlag&) { return Open(job); });
+  grid_work_.Submit(job.request, {}, [this, job](const CancelFlag&) { return Open(job); });
 }
 
 // A line submitted next does not follow a line directly.
@@ -286,7 +295,7 @@ void GridSession::AddLine(const std::string& file_name, std::uint32_t line_id, b
     if (last_line_) last_line_->next = job;
     last_line_ = job;
   }
-  grid_work_.Submit(job->request,
+  grid_work_.Submit(job->request, {},
                     [this, job](const CancelFlag& cancelled) { return RunLine(job, cancelled); });
 }
 

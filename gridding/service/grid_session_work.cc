@@ -62,16 +62,17 @@ OpenGrid& GridSession::GridForWork() {
 void GridSession::SubmitBarrier(const RequestPtr& request,
                                 std::function<void(const CancelFlag&)> work) {
   EndLineRun();
-  grid_work_.Submit(request, [this, request, work = std::move(work)](const CancelFlag& cancelled) {
-    const ChangeEnd end(*this, request->sequence);
-    try {
-      work(cancelled);
-    } catch (...) {
-      LogFailure(RequestKindText(request->kind), std::current_exception());
-      throw;
-    }
-    return FinishedWith(ResultPosAck());
-  });
+  grid_work_.Submit(request, {},
+                    [this, request, work = std::move(work)](const CancelFlag& cancelled) {
+                      const ChangeEnd end(*this, request->sequence);
+                      try {
+                        work(cancelled);
+                      } catch (...) {
+                        LogFailure(RequestKindText(request->kind), std::current_exception());
+                        throw;
+                      }
+                      return FinishedWith(ResultPosAck());
+                    });
 }
 
 void GridSession::EndGridChange(std::uint64_t sequence) {

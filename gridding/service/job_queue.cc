@@ -9,8 +9,9 @@ namespace quarro::service {
 
 namespace {
 
-// Weight of the last duration in the moving average.
-constexpr double kLastWeight = 0.25;
+double SecondsSince(Clock::time_point begun) {
+  return std::chrono::duration<double>(Clock::now() - begun).count();
+}
 
 }  // namespace
 
@@ -31,9 +32,10 @@ JobQueue::~JobQueue() {
   for (std::thread& thread : threads_) thread.join();
 }
 
-void JobQueue::Submit(const RequestPtr& request, Job job) {
+void JobQueue::Submit(const RequestPtr& request, const RequestSize& size, Job job) {
   auto entry = std::make_shared<Entry>();
   entry->request = request;
+  entry->size = size;
   entry->job = std::move(job);
   {
     const std::lock_guard lock(mutex_);
@@ -68,11 +70,15 @@ std::size_t JobQueue::unfinished() const {
   return waiting_.size() + running_.size();
 }
 
-double JobQueue::ExpectedDuration() const {
+double JobQueue::ExpectedSeconds() const {
   const std::lock_guard lock(mutex_);
+  const auto expected_s = [this](const Entry& entry) {
+    return expected_.Of(entry.request->kind, entry.size);
+  };
   double sum_s = 0.0;
-  for (const auto& entry : waiting_) {
-    sum_s += mean_duration_s_[static_cast<std::size_t>(entry->request->kind)];
+  for (const auto& entry : waiting_) sum_s += expected_s(*entry);
+  for (const auto& entry : running_) {
+    sum_s += std::max(0.0, expected_s(*entry) - SecondsSince(entry->request->begun));
   }
   return sum_s / static_cast<double>(threads_.size());
 }
@@ -85,8 +91,7 @@ void JobQueue::Run() {
     const std::shared_ptr<Entry> entry = std::move(waiting_.front());
     waiting_.pop_front();
     running_.push_back(entry);
-    const auto begun = Clock::now();
-    entry->request->begun = begun;
+    entry->request->begun = Clock::now();
     lock.unlock();
     Finished finished;
     std::exception_ptr failure;
@@ -96,14 +101,14 @@ void JobQueue::Run() {
       failure = std::current_exception();
     }
     entry->job = nullptr;
-    const double duration_s = std::chrono::duration<double>(Clock::now() - begun).count();
+    const double duration_s = SecondsSince(entry->request->begun);
     lock.lock();
-    double& mean_s = mean_duration_s_[static_cast<std::size_t>(entry->request->kind)];
-    mean_s = mean_s == 0.0 ? duration_s : mean_s + kLastWeight * (duration_s - mean_s);
+    if (!failure) expected_.Learn(entry->request->kind, entry->size, duration_s);
     running_.erase(std::find(running_.begin(), running_.end(), entry));
     changed_.notify_all();
     lock.unlock();
     Announce(entry->request, std::move(finished), std::move(failure));
+    if (entry->request->order == Order::kFree) delivery_.WaitUntilBegun(entry->request);
     lock.lock();
   }
 }

@@ -1,7 +1,6 @@
 // Jobs waiting for a thread of the engine.
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "gridding/service/delivery.h"
+#include "gridding/service/expected_duration.h"
 #include "gridding/service/request.h"
 
 namespace quarro::service {
@@ -33,6 +33,9 @@ void ThrowIfCancelled(const CancelFlag& cancelled);
 
 // Runs jobs in the order of submission on its own threads: on one thread they run one after
 // another. Any thread may call anything but the destructor.
+//
+// A thread begins no other job until the call-back of a request of Order::kFree has begun, so that
+// results never pile up faster than call-backs take them.
 class JobQueue {
  public:
   // Gives the result of its request, or throws the failure; either is delivered once the job counts
@@ -46,7 +49,7 @@ class JobQueue {
   JobQueue(const JobQueue&) = delete;
   JobQueue& operator=(const JobQueue&) = delete;
 
-  void Submit(const RequestPtr& request, Job job);
+  void Submit(const RequestPtr& request, const RequestSize& size, Job job);
   // Sets the flag of every job, running or not, whose request is earlier than `sequence`; jobs that
   // open grids go on.
   void CancelBefore(std::uint64_t sequence);
@@ -55,13 +58,14 @@ class JobQueue {
 
   std::size_t waiting() const;     // not yet begun
   std::size_t unfinished() const;  // waiting and running
-  // Seconds that the waiting jobs are expected to take, from the durations of late jobs of each
-  // kind.
-  double ExpectedDuration() const;
+  // Seconds until what waits and what is left of the running jobs is expected to be done, when no
+  // call-back holds it up.
+  double ExpectedSeconds() const;
 
  private:
   struct Entry {
     RequestPtr request;
+    RequestSize size;
     Job job;
     CancelFlag cancelled;
   };
@@ -73,7 +77,7 @@ class JobQueue {
   std::condition_variable changed_;
   std::deque<std::shared_ptr<Entry>> waiting_;
   std::vector<std::shared_ptr<Entry>> running_;
-  std::array<double, kRequestKinds> mean_duration_s_{};  // moving average; 0 until one has ended
+  ExpectedDuration expected_;
   bool stopping_ = false;
   std::vector<std::thread> threads_;  // constant after construction
 };

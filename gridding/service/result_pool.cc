@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <locale>
 #include <sstream>
 #include <utility>
 
@@ -122,6 +123,7 @@ std::vector<std::string> ResultPool::Describe() const {
   const std::lock_guard lock(mutex_);
   for (const auto& [uid, entry] : entries_) {
     std::ostringstream line;
+    line.imbue(std::locale::classic());
     line << "token " << uid << ": " << RequestKindText(entry.kind);
     if (IsGridResult(entry.kind)) line << " result " << entry.result_number;
     if (entry.failure) {
