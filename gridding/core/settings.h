@@ -21,7 +21,7 @@ struct EstimatorSettings {
   double run_evidence = 5.0;
   // Most that the seafloor's slope is thought to deviate from what the soundings around a node
   // tell. Below it, the relief of the whole cell sets the bound.
-  double unknown_slope = 1.0;
+  double unknown_slope = 0.3;
   // Soundings wanted around a low-resolution node before its reach shrinks.
   int low_resolution_soundings = 20;
   // True: an ambiguous node reports the hypothesis that agrees with its unambiguous neighbours.

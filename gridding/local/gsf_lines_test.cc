@@ -131,7 +131,7 @@ TEST_F(GsfLines, ATruncatedLineContributesWhatIsWholeAndTheLogSaysWhereItEnds) {
   EXPECT_GT(line->pings, 0U);
   EXPECT_LT(line->pings, 30U);
   EXPECT_EQ(line->used, line->pings * kBeams);
-  const std::string where = "3 line \"" + path + "\": at byte ";
+  const std::string where = "4 line 0 \"" + path + "\": at byte ";
   ASSERT_THAT(log_.Text(), HasSubstr(where));
   EXPECT_THAT(log_.Text(), HasSubstr(" bytes runs past the end of the file"));
   const std::string cut = AllResults(client_);

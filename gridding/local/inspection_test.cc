@@ -148,7 +148,7 @@ double TextBytesOf(const ResultHypos& result) {
 
 TEST_F(Inspection, TheStatusTellsWhatFullResultsTakeInMemoryAndOnDisc) {
   const std::string path = directory_ / "far.xyz";
-  WriteStrip(path, {.west_m = 512'005, .south_m = 4'100'005});  // whole cells
+  WriteStrip(path, {.west_m = 1'000'005, .south_m = 2'000'005});  // whole cells
   Add(client_, path);
   Refine(client_);
   const auto lines = Query(client_, 1);

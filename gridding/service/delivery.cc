@@ -10,7 +10,10 @@ namespace quarro::service {
 
 Delivery::Delivery() {
   threads_.emplace_back([this] { RunInOrder(); });
-  for (int i = 0; i < kFreeThreads; ++i) threads_.emplace_back([this] { RunFree(); });
+  threads_.emplace_back([this] { RunAsTheyCome(replies_); });
+  for (int i = 0; i < kFreeThreads; ++i) {
+    threads_.emplace_back([this] { RunAsTheyCome(results_); });
+  }
 }
 
 Delivery::~Delivery() {
@@ -50,19 +53,22 @@ void Delivery::Fail(const RequestPtr& request, std::exception_ptr failure) {
 void Delivery::Announce(const RequestPtr& request, const SEResultToken& token) {
   {
     const std::lock_guard lock(mutex_);
-    (request->order == Order::kFree ? free_ : in_order_).push_back({request, token});
+    QueueOf(*request).push_back({request, token});
   }
   changed_.notify_all();
+}
+
+std::deque<Delivery::Announcement>& Delivery::QueueOf(const Request& request) {
+  if (request.order != Order::kFree) return in_order_;
+  return IsGridResult(request.kind) ? results_ : replies_;
 }
 
 void Delivery::FailUnannounced(std::uint64_t sequence, const std::exception_ptr& failure) {
   std::vector<std::uint32_t> uids;
   {
     const std::lock_guard lock(mutex_);
-    for (const Announcement& waiting : free_) {
-      if (waiting.request->sequence < sequence && IsGridResult(waiting.request->kind)) {
-        uids.push_back(waiting.token.uid);
-      }
+    for (const Announcement& waiting : results_) {
+      if (waiting.request->sequence < sequence) uids.push_back(waiting.token.uid);
     }
   }
   for (const std::uint32_t uid : uids) pool_.Replace(uid, AsEngineFailure(failure));
@@ -82,7 +88,7 @@ void Delivery::WaitFor(const RequestPtr& request) {
 void Delivery::WaitUntilBegun(const RequestPtr& request) {
   std::unique_lock lock(mutex_);
   changed_.wait(lock, [&] {
-    return std::none_of(free_.begin(), free_.end(), [&](const Announcement& announcement) {
+    return std::none_of(results_.begin(), results_.end(), [&](const Announcement& announcement) {
       return announcement.request == request;
     });
   });
@@ -112,13 +118,13 @@ void Delivery::RunInOrder() {
   }
 }
 
-void Delivery::RunFree() {
+void Delivery::RunAsTheyCome(std::deque<Announcement>& queue) {
   std::unique_lock lock(mutex_);
   for (;;) {
-    changed_.wait(lock, [this] { return !free_.empty() || stopping_; });
-    if (free_.empty()) return;
-    const Announcement next = std::move(free_.front());
-    free_.pop_front();
+    changed_.wait(lock, [&] { return !queue.empty() || stopping_; });
+    if (queue.empty()) return;
+    const Announcement next = std::move(queue.front());
+    queue.pop_front();
     lock.unlock();
     changed_.notify_all();  // who waits until it has begun
     Run(next);

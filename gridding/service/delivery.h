@@ -17,9 +17,10 @@
 namespace quarro::service {
 
 // Owns the result pool of one client and the threads on which its call-backs run: one for lines and
-// acknowledgements, one at a time and in the order in which they are delivered, and kFreeThreads
-// for everything else, several at once. What escapes a call-back is logged, and the thread lives
-// on.
+// acknowledgements, one at a time and in the order in which they are delivered; kFreeThreads for
+// resolutions, depths and hypotheses, whose call-backs may take long over a file; and one for all
+// other replies, which a waiting console is not to be kept from. What escapes a call-back is
+// logged, and the thread lives on.
 //
 // Any thread may call anything but the destructor. The owner makes sure that every request that was
 // accepted is delivered or failed before it destroys this.
@@ -51,7 +52,7 @@ class Delivery {
   // on a thread of call-backs.
   void WaitForAll();
   void WaitFor(const RequestPtr& request);
-  // Waits until the call-back of a delivered request of Order::kFree has begun.
+  // Waits until the call-back of a delivered resolution, depth or hypotheses request has begun.
   void WaitUntilBegun(const RequestPtr& request);
   // True on a thread that runs call-backs of this object.
   bool OnCallbackThread() const;
@@ -64,8 +65,9 @@ class Delivery {
     SEResultToken token;
   };
   void Announce(const RequestPtr& request, const SEResultToken& token);
+  std::deque<Announcement>& QueueOf(const Request& request);
   void RunInOrder();
-  void RunFree();
+  void RunAsTheyCome(std::deque<Announcement>& queue);
   void Run(const Announcement& announcement);
 
   ResultPool pool_;
@@ -73,7 +75,8 @@ class Delivery {
   std::condition_variable changed_;
   std::set<std::uint64_t> outstanding_;  // accepted, their call-backs not yet returned
   std::deque<Announcement> in_order_;
-  std::deque<Announcement> free_;
+  std::deque<Announcement> results_;
+  std::deque<Announcement> replies_;
   std::uint64_t next_sequence_ = 1;
   bool stopping_ = false;
   std::vector<std::thread> threads_;  // constant after construction

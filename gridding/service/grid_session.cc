@@ -3,6 +3,8 @@
 #include "gridding/service/grid_session.h"
 
 #include <cmath>
+#include <locale>
+#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -16,6 +18,8 @@ namespace quarro::service {
 namespace {
 
 constexpr const char* kNoGrid = "no grid is open";
+constexpr float kWidestCell_m = 100000.0F;
+constexpr float kClosestNodes_m = 0.001F;
 
 template <typename Result>
 void Deliver(Delivery& delivery, const RequestPtr& request, Result result) {
@@ -43,8 +47,11 @@ Finished Run(Extractor& extractor, RequestKind kind, const ExtractRequest& reque
 
 void CheckResolutions(float resolution_m, float min_resolution_m) {
   const auto text = [&] {
-    return "a resolution of " + std::to_string(resolution_m) + " m with a minimum of " +
-           std::to_string(min_resolution_m) + " m ";
+    std::ostringstream out;
+    out.imbue(std::locale::classic());
+    out << "a resolution of " << resolution_m << " m with a minimum of " << min_resolution_m
+        << " m ";
+    return out.str();
   };
   if (!std::isfinite(resolution_m) || !std::isfinite(min_resolution_m) || resolution_m <= 0.0F ||
       min_resolution_m <= 0.0F) {
@@ -52,6 +59,11 @@ void CheckResolutions(float resolution_m, float min_resolution_m) {
   }
   if (min_resolution_m > resolution_m) {
     throw ExSGClientBase(text() + "is refused: the minimum must not be above the resolution");
+  }
+  if (resolution_m > kWidestCell_m || min_resolution_m < kClosestNodes_m) {
+    throw ExSGClientBase(text() +
+                         "is refused: cells are at most 100 km wide, and nodes at least 1 mm "
+                         "apart");
   }
 }
 
@@ -181,18 +193,26 @@ void GridSession::RequestQuery(std::uint32_t kind, const ResultCallback& on_done
   }
   const Lease lease = TakeLease(request);
   if (!lease) return;
-  requests_.Submit(request, {}, [kind, lease](const CancelFlag&) {
-    const OpenGrid& grid = lease->grid();
-    if (kind == kQueryBounds) {
-      ResultBBox result;
-      result.bounds = BoundsOfGrid(grid.lattice, lease->snapshot().GetTotals());
-      return FinishedWith(result);
-    }
-    ResultQuery result;
-    result.lines =
-        DescribeGrid(grid.store->Name(), grid.store->Parameters(), grid.lattice, lease->snapshot());
-    return FinishedWith(std::move(result));
-  });
+  try {
+    AnswerOfGrid(kind, *lease, request);
+  } catch (...) {
+    delivery_.Fail(request, std::current_exception());
+  }
+}
+
+void GridSession::AnswerOfGrid(std::uint32_t kind, CurrentGrid::Lease& lease,
+                               const RequestPtr& request) {
+  const OpenGrid& grid = lease.grid();
+  if (kind == kQueryBounds) {
+    ResultBBox result;
+    result.bounds = BoundsOfGrid(grid.lattice, lease.snapshot().GetTotals());
+    Deliver(delivery_, request, result);
+    return;
+  }
+  ResultQuery result;
+  result.lines =
+      DescribeGrid(grid.store->Name(), grid.store->Parameters(), grid.lattice, lease.snapshot());
+  Deliver(delivery_, request, std::move(result));
 }
 
 void GridSession::PurgeResults(const std::set<std::uint32_t>& result_numbers,

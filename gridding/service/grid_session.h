@@ -79,6 +79,7 @@ class GridSession {
   Lease TakeLease(const RequestPtr& request);
   void SubmitExtract(RequestKind kind, const SGBoundingBox& box, std::uint32_t result_number,
                      bool full_resolution, const ResultCallback& on_done);
+  void AnswerOfGrid(std::uint32_t kind, CurrentGrid::Lease& lease, const RequestPtr& request);
   void SubmitTrace(const ResultCallback& on_done,
                    const std::function<std::string(CurrentGrid::Lease&)>& change);
   void SubmitOpening(const std::string& name, const store::GridParameters* parameters,

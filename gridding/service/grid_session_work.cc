@@ -21,6 +21,10 @@ namespace {
 // to be written, snapshots, and the store.
 constexpr std::uint64_t kRefinementShare = 2;
 
+SGBoundingBox BoundsOf(const OpenGrid& grid) {
+  return BoundsOfGrid(grid.lattice, grid.store->TakeSnapshot()->GetTotals());
+}
+
 std::uint32_t Capped(std::uint64_t count) {
   return static_cast<std::uint32_t>(
       std::min<std::uint64_t>(count, std::numeric_limits<std::uint32_t>::max()));
@@ -85,16 +89,19 @@ Finished GridSession::Open(const OpenGridJob& job) {
   try {
     const OpenGrid* current = current_.grid();
     const bool is_current = current != nullptr && current->store->Name() == job.name;
+    ResultGridLoaded result;
     if (!is_current) {
-      current_.Set(OpenNew(job));
+      // What can fail comes first: a client that is told of a failure goes on with the old grid.
+      std::unique_ptr<OpenGrid> next = OpenNew(job);
+      result.bounds = BoundsOf(*next);
+      current_.Set(std::move(next));
       traces_.StopAll();
     } else if (job.parameters) {
       ReplaceCurrent(job);
       traces_.StopAll();
+    } else {
+      result.bounds = BoundsOf(GridForWork());
     }
-    const OpenGrid& grid = GridForWork();
-    ResultGridLoaded result;
-    result.bounds = BoundsOfGrid(grid.lattice, grid.store->TakeSnapshot()->GetTotals());
     LogEngine(kLogStep, "grid " + Quoted(job.name) + " is open");
     return FinishedWith(result);
   } catch (...) {
@@ -189,8 +196,13 @@ void GridSession::Ingest(LineJob& job, const CancelFlag& cancelled, ResultLineAd
   result.rejected_by_flag = Capped(account.flagged);
   result.offered = Capped(account.offered);
   result.used = Capped(account.used);
-  LogEngine(kLogAccount, "line " + std::to_string(job.line_id) + " " + Quoted(job.file_name) +
-                             ": " + AccountText(account));
+  const std::string line =
+      "line " + std::to_string(job.line_id) + " " + Quoted(job.file_name) + ": ";
+  const std::string& remark = job.feed->summary().remark;
+  if (!remark.empty()) LogEngine(kLogRefusal, line + remark);
+  // Who lost the whole line to refusals is told why without asking for accounts.
+  const bool all_refused = account.offered == 0 && account.Refused() != 0;
+  LogEngine(all_refused ? kLogRefusal : kLogAccount, line + AccountText(account));
 }
 
 void GridSession::StartFeed(LineJob& job) {

@@ -108,7 +108,7 @@ TEST(JobQueue, AThreadBeginsNoOtherJobUntilTheCallBackOfTheLastHasBegun) {
   const std::shared_future<void> may_go_on = go_on.get_future().share();
   for (int i = 0; i < Delivery::kFreeThreads; ++i) {
     const auto blocker = delivery.Accept([may_go_on](const SEResultToken&) { may_go_on.wait(); },
-                                         RequestKind::kStatistics, Order::kFree);
+                                         RequestKind::kDepth, Order::kFree);
     delivery.Deliver(blocker, std::make_unique<ResultPosAck>(), 0);
   }
   JobQueue queue(1, delivery);

@@ -63,9 +63,6 @@ survey::BeamAccount IngestLine(OpenGrid& grid, const EngineConfig& config, const
     LogEngine(kLogStep, "grid \"" + grid.store->Name() + "\" is in UTM zone " +
                             std::to_string(grid.utm_zone) + " from its line \"" + file_name + "\"");
   }
-  if (!summary.remark.empty()) {
-    LogEngine(kLogWarning, "line \"" + file_name + "\": " + summary.remark);
-  }
   return account;
 }
 

@@ -27,7 +27,7 @@ const std::vector<ParameterInfo>& ParameterTable() {
       {"Estimator", "OutlierSigmas", "4", "distance at which a sounding founds a hypothesis"},
       {"Estimator", "RunEvidence", "5",
        "evidence over a run of soundings that founds a hypothesis"},
-      {"Estimator", "UnknownSlope", "1",
+      {"Estimator", "UnknownSlope", "0.3",
        "most that the slope is thought to deviate from what the soundings tell"},
       {"Estimator", "LowResolutionSoundings", "20",
        "soundings wanted around a low-resolution node"},
