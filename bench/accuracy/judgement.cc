@@ -83,7 +83,8 @@ struct Near {
   bool good;
 };
 
-// The soundings of a cell and its neighbours, each judged once against the truth.
+// The soundings of a cell and its neighbours, by ascending easting, each judged once against the
+// truth.
 class Surroundings {
  public:
   Surroundings(const SurveyRun& run, const core::Lattice& lattice) : run_(run), lattice_(lattice) {}
@@ -98,6 +99,8 @@ class Surroundings {
         Append({cell.row + row, cell.column + column});
       }
     }
+    std::sort(soundings_.begin(), soundings_.end(),
+              [](const Near& a, const Near& b) { return a.east_m < b.east_m; });
     return soundings_;
   }
 
@@ -147,11 +150,20 @@ struct Square {
 };
 constexpr double kAnywhere_m = 1e9;
 
+// Those no farther than `reach_m` east or west, of soundings that ascend by easting.
+std::span<const Near> Strip(const std::vector<Near>& soundings, double east_m, double reach_m) {
+  const auto west_of = [](const Near& sounding, double at_m) { return sounding.east_m < at_m; };
+  const auto first =
+      std::lower_bound(soundings.begin(), soundings.end(), east_m - reach_m, west_of);
+  const auto last = std::lower_bound(first, soundings.end(), east_m + reach_m + 1e-6, west_of);
+  return {first, last};
+}
+
 Estimate Oracle(const std::vector<Near>& soundings, double east_m, double north_m, double reach_m,
                 const Square& within) {
   double weights = 0.0;
   double depths = 0.0;
-  for (const Near& sounding : soundings) {
+  for (const Near& sounding : Strip(soundings, east_m, reach_m)) {
     if (!sounding.good) continue;
     if (std::hypot(sounding.east_m - east_m, sounding.north_m - north_m) > reach_m) continue;
     if (!within.Holds(sounding)) continue;
@@ -166,7 +178,7 @@ Estimate Oracle(const std::vector<Near>& soundings, double east_m, double north_
 std::vector<double> DepthsInSquare(const std::vector<Near>& soundings, double east_m,
                                    double north_m, double side_m) {
   std::vector<double> depths;
-  for (const Near& sounding : soundings) {
+  for (const Near& sounding : Strip(soundings, east_m, 0.5 * side_m)) {
     if (std::abs(sounding.east_m - east_m) <= 0.5 * side_m &&
         std::abs(sounding.north_m - north_m) <= 0.5 * side_m) {
       depths.push_back(sounding.depth_m);

@@ -2,39 +2,17 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
-#include <filesystem>
 #include <fstream>
 #include <string>
-
-#include <unistd.h>
 
 #include "bench/accuracy/judgement.h"
 #include "bench/accuracy/scenarios.h"
 #include "bench/accuracy/survey_run.h"
+#include "support/test_directory.h"
 
 namespace quarro::accuracy {
 namespace {
-
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "accuracy_XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    path_ = name;
-  }
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
 
 void PrintRow(const Scenario& scenario, const SurveyRun& run, const char* level,
               const MethodErrors& row, std::ofstream& csv) {
@@ -79,8 +57,8 @@ int Main(int argc, char** argv) {
     if (!names.empty() && std::find(names.begin(), names.end(), scenario.name) == names.end()) {
       continue;
     }
-    const TemporaryFolder folder;
-    const SurveyRun run = RunScenario(scenario, folder.path(), params);
+    const TestDirectory folder;
+    const SurveyRun run = RunScenario(scenario, folder.Path(), params);
     for (const auto& row : JudgeLow(scenario, run)) PrintRow(scenario, run, "low", row, csv);
     for (const auto& row : JudgeFull(scenario, run)) PrintRow(scenario, run, "full", row, csv);
     std::fflush(stdout);

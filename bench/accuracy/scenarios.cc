@@ -102,6 +102,19 @@ simulate::SurveyOptions Canyon() {
   return survey;
 }
 
+// What script/demo grids.
+simulate::SurveyOptions Demo() {
+  simulate::SurveyOptions survey;
+  survey.lines = 6;
+  survey.line_length_m = 1500.0;
+  survey.depth_m = 40.0;
+  survey.slope = 0.02;
+  survey.spikes = 0.01;
+  survey.flagged = 0.01;
+  survey.seed = 2026;
+  return survey;
+}
+
 }  // namespace
 
 const std::vector<Scenario>& Scenarios() {
@@ -121,6 +134,7 @@ const std::vector<Scenario>& Scenarios() {
       {"offset", "one line 0.3 m off in 20 m", Offset(), 16.0F, 0.5F},
       {"fish", "schools of fish at 0.7 of the depth", Fish(), 16.0F, 0.5F},
       {"wreck", "a wreck 3 m high and 4 m wide in 20 m, 1 % spikes", Wreck(), 16.0F, 0.5F},
+      {"demo", "the survey of the demo", Demo(), 32.0F, 0.5F},
       {"fish-and-wreck", "the wreck and rocks among fish, 1 % spikes", FishAndWreck(), 16.0F, 0.5F},
   };
   return kAll;

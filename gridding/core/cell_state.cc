@@ -123,7 +123,12 @@ void AddSoundings(std::span<const PackedSounding> soundings, std::uint32_t line,
   DropBeyondReach(settings, state);
 }
 
+// A few soundings tell nothing of the relief.
 double LowResolutionEstimator::UnknownSlope(const CellStatistics& statistics) const {
+  if (statistics.soundings <
+      static_cast<std::uint64_t>(settings_.estimator.low_resolution_soundings)) {
+    return settings_.estimator.unknown_slope;
+  }
   return std::min(settings_.estimator.unknown_slope,
                   SlopeOfRelief(statistics.DepthDeviation(), settings_.resolution_m,
                                 statistics.CoveredFraction()));

@@ -122,6 +122,15 @@ TEST(LowResolutionEstimator, ACellWithOneSoundingHasADepth) {
   EXPECT_EQ(state.low[0].depth_m, 25.0F);
 }
 
+TEST(LowResolutionEstimator, ADepthCarriedFarFromItsSoundingsIsUncertain) {
+  CellState state;
+  const GridSettings settings = Settings(16.0, 0.5);
+  AddSoundings(std::vector{At(6.0, 0.0, 25.0F), At(6.1, 0.0, 25.0F)}, 1, settings, state);
+  LowResolutionEstimator(settings).Estimate(state);
+  const double carried_m = 6.0 * settings.estimator.unknown_slope;
+  EXPECT_NEAR(std::sqrt(state.low[0].variance_m2), carried_m, 0.1 * carried_m);
+}
+
 TEST(LowResolutionEstimator, OnASteepSlopeTheDepthAtTheNodeIsRightAndNotAmbiguous) {
   const GridSettings settings = Settings(32.0, 0.5);
   LowResolutionEstimator estimator(settings);

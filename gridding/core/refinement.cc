@@ -8,6 +8,13 @@
 
 namespace quarro::core {
 
+namespace {
+
+// Fewer tell nothing of a cell's relief.
+constexpr double kFewestMedians = 9.0;
+
+}  // namespace
+
 void CellRefiner::Refine(std::uint32_t nodes_per_side, const Neighbourhood& cells, Refinement& out,
                          EstimatorTrace* trace, std::size_t traced_node) {
   side_ = nodes_per_side;
@@ -169,7 +176,7 @@ double CellRefiner::UnknownSlope() const {
       square_sum_m2 += off_m * (median.depth_m - mean_m);
     }
   }
-  if (count < 2.0) return settings_.estimator.unknown_slope;
+  if (count < kFewestMedians) return settings_.estimator.unknown_slope;
   const double covered = count / static_cast<double>(trends_.size());
   return std::min(
       settings_.estimator.unknown_slope,
