@@ -139,8 +139,10 @@ void ChooseHypotheses(const RefinedNeighbourhood& cells, const GridSettings& set
     if (!estimator.ask_neighbours || !IsAmbiguous(centre.Node(node), estimator.ambiguous_share)) {
       continue;
     }
-    const double east_m = static_cast<double>(node % centre.nodes_per_side) * spacing_m - edge_m;
-    const double north_m = static_cast<double>(node / centre.nodes_per_side) * spacing_m - edge_m;
+    const std::size_t row = node / centre.nodes_per_side;
+    const std::size_t column = node % centre.nodes_per_side;
+    const double east_m = static_cast<double>(column) * spacing_m - edge_m;
+    const double north_m = static_cast<double>(row) * spacing_m - edge_m;
     const auto& around = witnesses.Around(east_m, north_m, reach_m);
     if (around.size() >= static_cast<std::size_t>(estimator.fewest_neighbours)) {
       expected.emplace_back(node, ExpectedDepth(around, reach_m, estimator.unknown_slope));

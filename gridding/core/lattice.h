@@ -10,7 +10,9 @@ namespace quarro::core {
 struct CellIndex {
   std::int32_t row = 0;
   std::int32_t column = 0;
-  friend auto operator<=>(const CellIndex&, const CellIndex&) = default;  // row-major
+  // Row-major. The check takes the generated comparison with zero for a null pointer.
+  friend auto operator<=>(const CellIndex&,
+                          const CellIndex&) = default;  // NOLINT(modernize-use-nullptr)
 };
 
 struct Position {

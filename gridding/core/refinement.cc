@@ -61,9 +61,11 @@ void CellRefiner::Collect(const Neighbourhood& cells) {
       if (cells[i] == nullptr || next_run[i] == cells[i]->runs.size()) continue;
       const LineRun& run = cells[i]->runs[next_run[i]];
       if (run.line != line) continue;
+      const std::size_t row = i / 3;
+      const std::size_t column = i % 3;
       CollectRun(std::span(cells[i]->soundings).subspan(next_sounding[i], run.count), line,
-                 (static_cast<double>(i % 3) - 1.0) * settings_.resolution_m,
-                 (static_cast<double>(i / 3) - 1.0) * settings_.resolution_m);
+                 (static_cast<double>(column) - 1.0) * settings_.resolution_m,
+                 (static_cast<double>(row) - 1.0) * settings_.resolution_m);
       next_sounding[i] += run.count;
       ++next_run[i];
     }

@@ -80,9 +80,10 @@ void WarnOfUnknownParameters(const MParams& params) {
           return section == info.section && key == info.key;
         });
     if (!known) {
-      LogEngine(kLogWarning, "the parameter file holds the key \"" + key + "\" in section \"" +
-                                 section +
-                                 "\", which no part of the system knows: it has no effect");
+      std::string text = "the parameter file holds the key \"";
+      text.append(key).append("\" in section \"").append(section);
+      text += "\", which no part of the system knows: it has no effect";
+      LogEngine(kLogWarning, text);
     }
   }
 }
