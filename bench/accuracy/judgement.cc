@@ -267,10 +267,12 @@ std::vector<MethodErrors> JudgeFull(const Scenario& scenario, const SurveyRun& r
       const std::uint32_t side = cell.refinement->nodes_a;
       const double spacing_m = lattice.spacing_m() / side;
       for (std::uint32_t node = 0; node < side * side; ++node) {
+        const std::uint32_t node_row = node / side;
+        const std::uint32_t node_column = node % side;
         const double east_m =
-            centre.easting_m + (node % side + 0.5) * spacing_m - 0.5 * lattice.spacing_m();
+            centre.easting_m + (node_column + 0.5) * spacing_m - 0.5 * lattice.spacing_m();
         const double north_m =
-            centre.northing_m + (node / side + 0.5) * spacing_m - 0.5 * lattice.spacing_m();
+            centre.northing_m + (node_row + 0.5) * spacing_m - 0.5 * lattice.spacing_m();
         table.Add(cell.refinement->nodes[node].estimate, run.seafloor->DepthAt({east_m, north_m}),
                   soundings, east_m, north_m, spacing_m, capture * spacing_m, kAnywhere_m);
       }
