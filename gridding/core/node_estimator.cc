@@ -11,6 +11,7 @@ namespace {
 
 // Half the width, in standard uncertainties, of an interval that holds 95 % of a normal error.
 constexpr double kHalfWidth95 = 1.96;
+constexpr double kLeastShareLeft = 1e-6;
 
 }  // namespace
 
@@ -126,6 +127,8 @@ void NodeEstimator::Monitor(Run& run, double excess, double depth_m, const Value
 // would leave none behind.
 bool NodeEstimator::BreakAway(Track& track, Run& run) {
   if (run.evidence <= settings_.run_evidence || run.sums.count == track.sums.count) return false;
+  // What is left must be more than the rounding of what is taken away.
+  if (track.sums.weight - run.sums.weight <= kLeastShareLeft * track.sums.weight) return false;
   const Track founded{.origin_m = track.origin_m, .sums = run.sums, .deeper = {}, .shoaler = {}};
   track.sums.Subtract(run.sums);
   track.deeper = {};

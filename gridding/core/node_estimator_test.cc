@@ -91,6 +91,19 @@ TEST(NodeEstimator, OffsetLinesMostlyGiveTwoHypotheses) {
   EXPECT_GE(found, 85);
 }
 
+// The first sounding says next to nothing; the run that leaves it carries all the weight there is.
+TEST(NodeEstimator, ARunThatOutweighsItsHypothesisByFarLeavesNoDepthUndefined) {
+  std::vector<NodeSounding> soundings = {At(0, 0, 20.0F, 1.0e6F)};
+  for (int i = 0; i < 40; ++i) {
+    soundings.push_back(At(0, 0, 3.0e6F + static_cast<float>(i), 0.02F));
+    soundings.back().line = 1;
+  }
+  for (const Hypothesis& hypothesis : Estimate(soundings)) {
+    EXPECT_TRUE(std::isfinite(hypothesis.depth_m));
+    EXPECT_GT(hypothesis.variance_m2, 0.0F);
+  }
+}
+
 TEST(NodeEstimator, PlainNoiseMostlyGivesOneHypothesis) {
   int single = 0;
   for (unsigned seed = 0; seed < 1000; ++seed) {
