@@ -97,7 +97,7 @@ TEST(NodeEstimator, ARunThatOutweighsItsHypothesisByFarLeavesNoDepthUndefined) {
   settings.outlier_sigmas = 100.0;
   NodeEstimator estimator(settings);
   HypothesisList hypotheses;
-  estimator.Estimate(std::vector{At(0, 0, 20.0F, 1.0e7F), At(0, 0, 1.0e8F, 0.02F)}, {}, hypotheses);
+  estimator.Estimate(std::vector{At(0, 0, 1.0e8F, 1.0e7F), At(0, 0, 20.0F, 0.02F)}, {}, hypotheses);
   ASSERT_FALSE(hypotheses.empty());
   for (const Hypothesis& hypothesis : hypotheses) {
     EXPECT_TRUE(std::isfinite(hypothesis.depth_m));
