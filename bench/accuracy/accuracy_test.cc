@@ -1,7 +1,10 @@
 // A small survey with spikes must come as near to the truth as the method promises.
 
+#include <cmath>
+
 #include <gtest/gtest.h>
 
+#include "bench/accuracy/checks.h"
 #include "bench/accuracy/judgement.h"
 #include "bench/accuracy/scenarios.h"
 #include "bench/accuracy/survey_run.h"
@@ -51,6 +54,29 @@ TEST(Accuracy, OneBeamInFiveWrongLeavesAtMostOneNodeInTwoHundredWrong) {
   const Scenario scenario = Small("spikes-20");
   const SurveyRun run = RunScenario(scenario, folder.Path(), MParams());
   EXPECT_LE(Of(JudgeFull(scenario, run), "quarro").wrong, 0.005);
+}
+
+TEST(Accuracy, TheNeighboursOverruleFishAndKeepTheWreck) {
+  const TestDirectory folder;
+  const Scenario scenario = Small("fish-and-wreck");
+  const SurveyRun run = RunScenario(scenario, folder.Path(), MParams());
+  const auto full = JudgeFull(scenario, run);
+  EXPECT_LE(Of(full, "quarro").rmse_m, 1.3 * Of(full, "oracle").rmse_m);
+  const auto checks = ChecksOf(scenario, run);
+  ASSERT_FALSE(checks.empty());
+  EXPECT_EQ(checks.front().what, "least depth of the wreck less the true one, m");
+  EXPECT_LE(std::abs(checks.front().value), 0.3);
+}
+
+TEST(Accuracy, ALineThatIsOffGivesTwoHypotheses) {
+  const TestDirectory folder;
+  const Scenario scenario = Small("offset");
+  const SurveyRun run = RunScenario(scenario, folder.Path(), MParams());
+  const auto checks = ChecksOf(scenario, run);
+  ASSERT_GE(checks.size(), 2U);
+  EXPECT_EQ(checks[0].what, "share of shared nodes with two hypotheses");
+  EXPECT_GE(checks[0].value, 0.85);
+  EXPECT_GE(checks[1].value, 0.9);
 }
 
 }  // namespace

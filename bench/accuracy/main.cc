@@ -5,7 +5,9 @@
 #include <exception>
 #include <fstream>
 #include <string>
+#include <vector>
 
+#include "bench/accuracy/checks.h"
 #include "bench/accuracy/judgement.h"
 #include "bench/accuracy/scenarios.h"
 #include "bench/accuracy/survey_run.h"
@@ -53,6 +55,7 @@ int Main(int argc, char** argv) {
   std::printf("%-16s %9s %-4s %-6s %8s %7s %7s %7s %8s %6s %9s %6s %7s %6s\n", "scenario",
               "soundings", "lvl", "method", "nodes", "rmse", "median", "95%", "99.9%", "cover",
               "wrong", "marked", "without", "hypos");
+  std::vector<Check> checks;
   for (const Scenario& scenario : Scenarios()) {
     if (!names.empty() && std::find(names.begin(), names.end(), scenario.name) == names.end()) {
       continue;
@@ -62,6 +65,13 @@ int Main(int argc, char** argv) {
     for (const auto& row : JudgeLow(scenario, run)) PrintRow(scenario, run, "low", row, csv);
     for (const auto& row : JudgeFull(scenario, run)) PrintRow(scenario, run, "full", row, csv);
     std::fflush(stdout);
+    const auto found = ChecksOf(scenario, run);
+    checks.insert(checks.end(), found.begin(), found.end());
+  }
+  std::printf("\n%-16s %-58s %9s  %s\n", "scenario", "check", "value", "wanted");
+  for (const Check& check : checks) {
+    std::printf("%-16s %-58s %9.4f  %s\n", check.scenario.c_str(), check.what.c_str(), check.value,
+                check.wanted.c_str());
   }
   return 0;
 }

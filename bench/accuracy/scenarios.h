@@ -14,6 +14,7 @@ struct Scenario {
   simulate::SurveyOptions survey;
   float resolution_m = 0.0F;
   float min_resolution_m = 0.0F;
+  bool by_count = false;  // the hypothesis with most soundings, whatever the neighbours say
 };
 
 const std::vector<Scenario>& Scenarios();

@@ -67,6 +67,8 @@ void Grid(const Scenario& scenario, const std::vector<std::string>& files, SGCli
   run.low = FetchResult<ResultDepth>(engine, awaited.Wait());
   engine.RequestDepth(bounds, 1, 1, awaited.Callback());
   run.full = FetchResult<ResultDepth>(engine, awaited.Wait());
+  engine.RequestHypotheses(bounds, 2, 1, awaited.Callback());
+  run.hypotheses = FetchResult<ResultHypos>(engine, awaited.Wait());
   engine.DetachEngine();
 }
 
@@ -79,8 +81,8 @@ void ReadSoundings(const Scenario& scenario, const std::vector<std::string>& fil
   survey::PingChunk chunk;
   survey::Soundings placed;
   std::uint64_t too_uncertain = 0;
-  for (const std::string& file : files) {
-    const auto reader = survey::OpenLine(file);
+  for (std::uint32_t line = 0; line < files.size(); ++line) {
+    const auto reader = survey::OpenLine(files[line]);
     while (reader->Next(chunk, account)) {
       placed.Clear();
       georeferencer.Place(chunk, placed, account);
@@ -89,6 +91,7 @@ void ReadSoundings(const Scenario& scenario, const std::vector<std::string>& fil
         const auto soundings = binned.SoundingsOf(cell);
         auto& all = run.soundings[cell.cell];
         all.insert(all.end(), soundings.begin(), soundings.end());
+        run.lines[cell.cell].resize(all.size(), line);
       }
     }
   }
@@ -106,6 +109,7 @@ SurveyRun RunScenario(const Scenario& scenario, const std::filesystem::path& fol
   }
   SurveyRun run;
   params.Set("Engine", "WorkingDirectory", folder.string());
+  if (scenario.by_count) params.Set("Estimator", "AskNeighbours", "false");
   {
     SGDebugClient engine(params);
     engine.SetLogFilter(SlogLevel(4));

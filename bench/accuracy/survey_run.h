@@ -20,8 +20,11 @@ namespace quarro::accuracy {
 struct SurveyRun {
   std::unique_ptr<ResultDepth> low;
   std::unique_ptr<ResultDepth> full;
+  std::unique_ptr<ResultHypos> hypotheses;  // of the refined nodes
   // All soundings as cells keep them, in the order of lines and files.
   std::map<core::CellIndex, std::vector<core::PackedSounding>> soundings;
+  // The survey line of each of them, from 0.
+  std::map<core::CellIndex, std::vector<std::uint32_t>> lines;
   std::uint64_t sounding_count = 0;
   std::unique_ptr<simulate::SurveyPlan> plan;
   std::unique_ptr<simulate::Seafloor> seafloor;

@@ -7,6 +7,7 @@
 
 #include "gridding/core/encoding.h"
 #include "gridding/core/local_trend.h"
+#include "gridding/survey/soundings.h"
 
 namespace quarro::core {
 
@@ -26,6 +27,26 @@ double SquaredDistance(const PackedSounding& sounding) {
   const double east_m = sounding.east_m;
   const double north_m = sounding.north_m;
   return east_m * east_m + north_m * north_m;
+}
+
+// Whether so many soundings have such sums, with room to spare.
+bool ArePossible(const CellStatistics& statistics) {
+  constexpr std::uint64_t kMostSoundings = std::uint64_t{1} << 48U;
+  constexpr double kDeepest_m = survey::kDeepest_m;
+  constexpr double kGreatestVariance_m2 = 1e14;
+  if (statistics.soundings > kMostSoundings) return false;
+  if ((statistics.soundings == 0) != (statistics.occupancy == 0)) return false;
+  // Written so that what is no number fails.
+  const double most = 2.0 * static_cast<double>(statistics.soundings);
+  const auto is_sum = [&](double sum, double each) { return sum >= 0.0 && sum <= most * each; };
+  const bool in_order =
+      statistics.soundings == 0 ||
+      (statistics.shallowest_m >= -kDeepest_m && statistics.deepest_m >= statistics.shallowest_m &&
+       statistics.deepest_m <= kDeepest_m);
+  return in_order && is_sum(std::abs(statistics.depth_sum_m), kDeepest_m) &&
+         is_sum(statistics.depth_square_sum_m2, kDeepest_m * kDeepest_m) &&
+         is_sum(statistics.vertical_variance_sum_m2, kGreatestVariance_m2) &&
+         is_sum(statistics.horizontal_variance_sum_m2, kGreatestVariance_m2);
 }
 
 double RootMean(double sum, std::uint64_t count) {
@@ -152,7 +173,9 @@ void LowResolutionEstimator::Estimate(CellState& state, EstimatorTrace* trace) {
   const double reach_m = std::max(std::sqrt(reach_squared), LeastReach(settings_));
   NodeSurroundings surroundings;
   surroundings.spacing_m = reach_m / settings_.estimator.capture_radius;
-  surroundings.trend = TrendAround(soundings_, reach_m, UnknownSlope(state.statistics));
+  const double unknown_slope = UnknownSlope(state.statistics);
+  surroundings.trend = steepness_.Checked(
+      soundings_, TrendAround(soundings_, reach_m, unknown_slope), unknown_slope);
   surroundings.noise_scale = ScatterOf(soundings_, surroundings.trend);
   estimator_.Estimate(soundings_, surroundings, state.low, trace);
 }
@@ -182,6 +205,13 @@ void Decode(std::span<const std::byte> bytes, CellState& state) {
   std::uint64_t counted = 0;
   for (const LineRun& run : state.near_lines) counted += run.count;
   if (counted != near) throw EncodingError("the state of a cell does not add up");
+  if (!ArePossible(state.statistics) ||
+      !std::all_of(state.low.begin(), state.low.end(),
+                   [](const Hypothesis& hypothesis) { return IsPossible(hypothesis); }) ||
+      !std::all_of(state.near.begin(), state.near.end(),
+                   [](const PackedSounding& sounding) { return IsPossible(sounding); })) {
+    throw EncodingError("the state of a cell holds a value that no cell has");
+  }
 }
 
 }  // namespace quarro::core

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "gridding/core/hypotheses.h"
+#include "gridding/core/local_trend.h"
 #include "gridding/core/node_estimator.h"
 #include "gridding/core/packed_sounding.h"
 #include "gridding/core/settings.h"
@@ -56,7 +57,9 @@ void AddSoundings(std::span<const PackedSounding> soundings, std::uint32_t line,
 class LowResolutionEstimator {
  public:
   explicit LowResolutionEstimator(const GridSettings& settings)
-      : settings_(settings), estimator_(settings.estimator) {}
+      : settings_(settings),
+        estimator_(settings.estimator),
+        steepness_(settings.estimator.steep_sigmas, settings.estimator.huddle_share) {}
   // Replaces state.low. `trace` may be null.
   void Estimate(CellState& state, EstimatorTrace* trace = nullptr);
 
@@ -65,6 +68,7 @@ class LowResolutionEstimator {
 
   GridSettings settings_;
   NodeEstimator estimator_;
+  SteepnessCheck steepness_;
   std::vector<NodeSounding> soundings_;
 };
 

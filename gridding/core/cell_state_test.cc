@@ -1,6 +1,7 @@
 #include "gridding/core/cell_state.h"
 
 #include <cmath>
+#include <limits>
 #include <random>
 
 #include <gtest/gtest.h>
@@ -14,6 +15,7 @@ GridSettings Settings(double resolution_m, double min_resolution_m) {
   GridSettings settings;
   settings.resolution_m = resolution_m;
   settings.min_resolution_m = min_resolution_m;
+  settings.estimator.low_resolution_soundings = 20;
   return settings;
 }
 
@@ -177,6 +179,30 @@ TEST(CellState, BytesOfTheWrongLengthAreRefused) {
   bytes.resize(bytes.size() - 5);
   EXPECT_THROW(Decode(bytes, state), EncodingError);
   EXPECT_THROW(Decode({}, state), EncodingError);
+}
+
+TEST(CellState, ValuesThatNoCellHasAreRefused) {
+  constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+  CellState good;
+  const GridSettings settings = Settings(16.0, 0.5);
+  AddSoundings(Scattered(5, 30, 8.0, 0.1), 1, settings, good);
+  LowResolutionEstimator(settings).Estimate(good);
+  std::vector<CellState> wrong(9, good);
+  wrong[0].near.front().east_m = kNaN;
+  wrong[1].near.back().sigma_v_code = 0;
+  wrong[2].low.front().depth_m = kNaN;
+  wrong[3].low.front().variance_m2 = -1.0F;
+  wrong[4].statistics.depth_sum_m = kNaN;
+  wrong[5].statistics.horizontal_variance_sum_m2 = -1.0;
+  wrong[6].statistics.occupancy = 0;                  // of a cell with soundings
+  wrong[7].statistics.soundings = ~std::uint64_t{0};  // with one more there would be none
+  wrong[8].statistics.deepest_m = 1e30F;
+  for (const CellState& state : wrong) {
+    std::vector<std::byte> bytes;
+    Encode(state, bytes);
+    CellState copy;
+    EXPECT_THROW(Decode(bytes, copy), EncodingError);
+  }
 }
 
 }  // namespace

@@ -11,6 +11,9 @@ namespace quarro::core {
 
 namespace {
 
+// Of a normal deviate over the median of its magnitude.
+constexpr double kDeviationOfMedian = 1.4826;
+
 // The hypothesis with most support, wherever it stands in the list.
 const Hypothesis& BestSupported(std::span<const Hypothesis> hypotheses) {
   const Hypothesis* best = hypotheses.data();
@@ -88,8 +91,19 @@ class Witnesses {
   std::vector<Witness> found_;
 };
 
-// The depth at the node that the witnesses lead one to expect.
-double ExpectedDepth(const std::vector<Witness>& witnesses, double reach_m, double unknown_slope) {
+// What the witnesses lead one to expect at the node, and how far they differ from it themselves.
+struct Expectation {
+  double depth_m;
+  double scatter_m;
+  double agreement_sigmas;
+  bool Holds(const Hypothesis& hypothesis) const {
+    const double sigma_m = std::sqrt(hypothesis.variance_m2 + scatter_m * scatter_m);
+    return std::abs(hypothesis.depth_m - depth_m) <= agreement_sigmas * sigma_m;
+  }
+};
+
+Expectation Expected(const std::vector<Witness>& witnesses, double reach_m,
+                     const EstimatorSettings& settings) {
   std::vector<NodeSounding> around;
   around.reserve(witnesses.size());
   for (const Witness& witness : witnesses) {
@@ -98,23 +112,31 @@ double ExpectedDepth(const std::vector<Witness>& witnesses, double reach_m, doub
                       .depth_m = static_cast<float>(witness.depth_m),
                       .sigma_v_m = static_cast<float>(witness.sigma_m)});
   }
-  const LocalTrend trend = TrendAround(around, reach_m, unknown_slope);
+  const LocalTrend trend = TrendAround(around, reach_m, settings.unknown_slope);
   std::vector<double> depths_m;
   depths_m.reserve(witnesses.size());
   for (const Witness& witness : witnesses) {
     depths_m.push_back(witness.depth_m - trend.east * witness.east_m -
                        trend.north * witness.north_m);
   }
-  return MedianOf(depths_m);
+  const double depth_m = MedianOf(depths_m);
+  for (double& off_m : depths_m) off_m = std::abs(off_m - depth_m);
+  return {.depth_m = depth_m,
+          .scatter_m = kDeviationOfMedian * MedianOf(depths_m),
+          .agreement_sigmas = settings.agreement_sigmas};
 }
 
-void MoveNearestToFront(std::span<Hypothesis> hypotheses, double expected_m,
-                        double ambiguous_share) {
+// Unless the hypothesis with most support agrees with the expectation, the nearest of the competing
+// ones that does comes first.
+void MoveAgreeingToFront(std::span<Hypothesis> hypotheses, const Expectation& expected,
+                         double ambiguous_share) {
+  if (expected.Holds(hypotheses.front())) return;
   const auto least = ambiguous_share * hypotheses.front().sample_count;
   std::size_t nearest = 0;
   for (std::size_t i = 1; i < hypotheses.size() && hypotheses[i].sample_count >= least; ++i) {
-    if (std::abs(hypotheses[i].depth_m - expected_m) <
-        std::abs(hypotheses[nearest].depth_m - expected_m)) {
+    if (expected.Holds(hypotheses[i]) &&
+        std::abs(hypotheses[i].depth_m - expected.depth_m) <
+            std::abs(hypotheses[nearest].depth_m - expected.depth_m)) {
       nearest = i;
     }
   }
@@ -132,7 +154,7 @@ void ChooseHypotheses(const RefinedNeighbourhood& cells, const GridSettings& set
   const double reach_m = estimator.neighbour_reach * spacing_m;
   Witnesses witnesses(cells, settings);
   // Answers are gathered before any list is touched, so that no choice hangs on another.
-  std::vector<std::pair<std::size_t, double>> expected;
+  std::vector<std::pair<std::size_t, Expectation>> expected;
   const std::size_t nodes = centre.first.size() - 1;
   for (std::size_t node = 0; node < nodes; ++node) {
     if (centre.Node(node).size() < 2) continue;
@@ -145,12 +167,12 @@ void ChooseHypotheses(const RefinedNeighbourhood& cells, const GridSettings& set
     const double north_m = static_cast<double>(row) * spacing_m - edge_m;
     const auto& around = witnesses.Around(east_m, north_m, reach_m);
     if (around.size() >= static_cast<std::size_t>(estimator.fewest_neighbours)) {
-      expected.emplace_back(node, ExpectedDepth(around, reach_m, estimator.unknown_slope));
+      expected.emplace_back(node, Expected(around, reach_m, estimator));
     }
   }
   for (std::size_t node = 0; node < nodes; ++node) OrderBySupport(centre.MutableNode(node));
-  for (const auto& [node, depth_m] : expected) {
-    MoveNearestToFront(centre.MutableNode(node), depth_m, estimator.ambiguous_share);
+  for (const auto& [node, expectation] : expected) {
+    MoveAgreeingToFront(centre.MutableNode(node), expectation, estimator.ambiguous_share);
   }
 }
 

@@ -76,6 +76,27 @@ TEST(ChooseHypotheses, ALoneSpikeDoesNotMakeANodeAmbiguous) {
   EXPECT_EQ(cell.Node(kMiddle)[0], rock);
 }
 
+TEST(ChooseHypotheses, AHypothesisThatAgreesWithTheNeighboursIsNotPassedOverForANearerOne) {
+  Refinement cell = Flat(30.0F);
+  for (std::size_t node = 0; node < cell.hypotheses.size(); ++node) {
+    cell.hypotheses[node].depth_m += 0.1F * (static_cast<float>(node % 7) - 3.0F);
+  }
+  const Hypothesis first{30.5F, 0.01F, 8};
+  const Hypothesis nearer{29.9F, 0.3F, 2};
+  SetNode(cell, kMiddle, {first, nearer});
+  Choose(cell, Settings());
+  EXPECT_EQ(cell.Node(kMiddle)[0], first);
+}
+
+TEST(ChooseHypotheses, AHypothesisThatDisagreesWithTheNeighboursTooIsNotTaken) {
+  Refinement cell = Flat(30.0F);
+  const Hypothesis rock{28.0F, 0.01F, 8};
+  const Hypothesis spikes{31.5F, 0.05F, 2};
+  SetNode(cell, kMiddle, {rock, spikes});
+  Choose(cell, Settings());
+  EXPECT_EQ(cell.Node(kMiddle)[0], rock);
+}
+
 TEST(ChooseHypotheses, TheSlopeOfTheNeighboursIsHeeded) {
   Refinement cell = Flat(0.0F);
   for (std::size_t node = 0; node < cell.hypotheses.size(); ++node) {

@@ -1,6 +1,7 @@
 #include "gridding/core/hypotheses.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace quarro::core {
 
@@ -13,6 +14,11 @@ float HypothesisStrength(std::span<const Hypothesis> hypotheses) {
   const float ratio =
       static_cast<float>(runner_up) / static_cast<float>(hypotheses.front().sample_count);
   return std::min(5.0F, 5.0F * ratio);
+}
+
+bool IsPossible(const Hypothesis& hypothesis) {
+  return std::isfinite(hypothesis.depth_m) && std::isfinite(hypothesis.variance_m2) &&
+         hypothesis.variance_m2 >= 0.0F;
 }
 
 void OrderBySupport(std::span<Hypothesis> hypotheses) {

@@ -27,6 +27,9 @@ using HypothesisList = std::vector<Hypothesis>;
 // more. A ratio, since the odds of two explanations of independent soundings go with their counts.
 float HypothesisStrength(std::span<const Hypothesis> hypotheses);
 
+// False for values that no estimate gives: what is not finite, a negative variance.
+bool IsPossible(const Hypothesis& hypothesis);
+
 // Moves the hypothesis with most samples to the front, the rest by falling sample count; of equals
 // the shallower one comes first, since it is the safer to report.
 void OrderBySupport(std::span<Hypothesis> hypotheses);

@@ -158,6 +158,47 @@ LocalTrend TrendAround(std::span<const NodeSounding> soundings, double reach_m,
   return TrendAcross(blocks, block_m, unknown_slope);
 }
 
+// The median of the gaps between depths next to each other, the slope taken out: how far apart
+// soundings that agree lie. Of an even number the smaller of the middle two, so that two soundings
+// that agree and one that does not are told from three that do not.
+double SteepnessCheck::Huddle(std::span<const NodeSounding> soundings, double slope_east,
+                              double slope_north) {
+  depths_m_.clear();
+  for (const NodeSounding& sounding : soundings) {
+    depths_m_.push_back(sounding.depth_m - slope_east * sounding.east_m -
+                        slope_north * sounding.north_m);
+  }
+  std::sort(depths_m_.begin(), depths_m_.end());
+  for (std::size_t i = 0; i + 1 < depths_m_.size(); ++i) {
+    depths_m_[i] = depths_m_[i + 1] - depths_m_[i];
+  }
+  depths_m_.pop_back();
+  const auto middle = depths_m_.begin() + static_cast<std::ptrdiff_t>((depths_m_.size() - 1) / 2);
+  std::nth_element(depths_m_.begin(), middle, depths_m_.end());
+  return *middle;
+}
+
+LocalTrend SteepnessCheck::Checked(std::span<const NodeSounding> soundings, const LocalTrend& trend,
+                                   double unknown_slope) {
+  if (soundings.size() < 2) return trend;
+  double reach_squared = 0.0;
+  double variance_sum_m2 = 0.0;
+  for (const NodeSounding& sounding : soundings) {
+    const double east_m = sounding.east_m;
+    const double north_m = sounding.north_m;
+    reach_squared = std::max(reach_squared, east_m * east_m + north_m * north_m);
+    variance_sum_m2 += static_cast<double>(sounding.sigma_v_m) * sounding.sigma_v_m;
+  }
+  const double rise_squared = (trend.east * trend.east + trend.north * trend.north) * reach_squared;
+  const double noise_squared = variance_sum_m2 / static_cast<double>(soundings.size());
+  if (rise_squared < steep_sigmas_ * steep_sigmas_ * noise_squared) return trend;
+  if (Huddle(soundings, 0.0, 0.0) >= huddle_share_ * Huddle(soundings, trend.east, trend.north)) {
+    return trend;
+  }
+  const double unknown = unknown_slope * unknown_slope;
+  return {.east = 0.0, .north = 0.0, .east_variance = unknown, .north_variance = unknown};
+}
+
 void AddDifferences(std::span<const NodeSounding> soundings, const LocalTrend& trend,
                     NoiseScale& scale) {
   const double slope_squared = trend.east * trend.east + trend.north * trend.north;

@@ -64,6 +64,28 @@ LocalTrend TrendAround(std::span<const NodeSounding> soundings, double reach_m,
                        double unknown_slope);
 double ScatterOf(std::span<const NodeSounding> soundings, const LocalTrend& trend);
 
+// Tells a steep seafloor from a jump between two depths, which neighbouring block medians do not:
+// beside a school of fish or on the edge of a wreck they rise as on a slope, but the soundings of a
+// node lie at the one depth or the other. One thread an object, which keeps its working memory.
+class SteepnessCheck {
+ public:
+  // It doubts a trend that rises by `steep_sigmas` standard uncertainties of a sounding, and gives
+  // it up where the soundings huddle `huddle_share` times as closely without.
+  SteepnessCheck(double steep_sigmas, double huddle_share)
+      : steep_sigmas_(steep_sigmas), huddle_share_(huddle_share) {}
+
+  // The trend, or a level one of unknown slope where `soundings`, one node's, huddle at a few
+  // depths more closely than along the trend.
+  LocalTrend Checked(std::span<const NodeSounding> soundings, const LocalTrend& trend,
+                     double unknown_slope);
+
+ private:
+  double Huddle(std::span<const NodeSounding> soundings, double slope_east, double slope_north);
+  double steep_sigmas_;
+  double huddle_share_;
+  std::vector<double> depths_m_;
+};
+
 // Adds the differences of each sounding to the next one.
 void AddDifferences(std::span<const NodeSounding> soundings, const LocalTrend& trend,
                     NoiseScale& scale);

@@ -35,4 +35,8 @@ struct LineRun {
 PackedSounding Pack(Position position, Position node, float depth_m, float sigma_v_m,
                     float sigma_h_m);
 
+// False for values that no sounding offered to a grid has: what is no number, a depth that no place
+// on Earth has, an uncertainty of 0.
+bool IsPossible(const PackedSounding& sounding);
+
 }  // namespace quarro::core

@@ -1,6 +1,8 @@
 #include "gridding/core/packed_sounding.h"
 
 #include <cmath>
+#include <limits>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -23,6 +25,23 @@ TEST(PackedSounding, UncertaintiesAreOffByAtMostAFifthOfAPercent) {
     EXPECT_LE(std::abs(packed.sigma_v_m() - sigma_m), 0.002F * sigma_m);
     EXPECT_EQ(packed.sigma_v_m(), packed.sigma_h_m());
   }
+}
+
+TEST(PackedSounding, ValuesThatNoSoundingHasAreNotPossible) {
+  constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+  constexpr float kInfinity = std::numeric_limits<float>::infinity();
+  const PackedSounding good = Pack({3.0, 4.0}, {0.0, 0.0}, -20.0F, 0.02F, 12000.0F);
+  EXPECT_TRUE(IsPossible(good));
+  std::vector<PackedSounding> wrong(8, good);
+  wrong[0].east_m = kNaN;
+  wrong[1].north_m = -kInfinity;
+  wrong[2].depth_m = kNaN;
+  wrong[3].sigma_v_code = 0;
+  wrong[4].sigma_h_code = 0xff80;  // no number
+  wrong[5].sigma_h_code = 0xff00;  // infinity
+  wrong[6].depth_m = 1e30F;
+  wrong[7].east_m = 1e30F;
+  for (std::size_t i = 0; i < wrong.size(); ++i) EXPECT_FALSE(IsPossible(wrong[i])) << i;
 }
 
 }  // namespace

@@ -12,6 +12,7 @@ namespace {
 
 // Fewer tell nothing of a cell's relief.
 constexpr double kFewestMedians = 9.0;
+constexpr std::size_t kPlacesForOffsets = 512;
 
 }  // namespace
 
@@ -25,6 +26,7 @@ void CellRefiner::Refine(std::uint32_t nodes_per_side, const Neighbourhood& cell
   FindMedians();
   FindTrends();
   FindNoise();
+  FindLineOffsets();
   CaptureAll();
   out.nodes_per_side = side_;
   out.first.assign(1, 0);
@@ -33,13 +35,28 @@ void CellRefiner::Refine(std::uint32_t nodes_per_side, const Neighbourhood& cell
   surroundings.spacing_m = spacing_m_;
   surroundings.noise_scale = noise_scale_;
   for (std::size_t node = 0; node < trends_.size(); ++node) {
-    surroundings.trend = trends_[node];
     const auto captured = std::span(captured_).subspan(
         capture_starts_[node], capture_starts_[node + 1] - capture_starts_[node]);
-    estimator_.Estimate(captured, surroundings, hypotheses_, node == traced_node ? trace : nullptr);
+    surroundings.trend =
+        steepness_.Checked(captured, trends_[node], settings_.estimator.unknown_slope);
+    EstimateNode(captured, surroundings, node == traced_node ? trace : nullptr);
     out.hypotheses.insert(out.hypotheses.end(), hypotheses_.begin(), hypotheses_.end());
     out.first.push_back(static_cast<std::uint32_t>(out.hypotheses.size()));
   }
+}
+
+// Lines that disagree are estimated apart.
+void CellRefiner::EstimateNode(std::span<const NodeSounding> captured,
+                               const NodeSurroundings& surroundings, EstimatorTrace* trace) {
+  const auto parts = offsets_.Parts(captured);
+  estimator_.Estimate(parts.front(), surroundings, hypotheses_, trace);
+  for (const auto& part : parts.subspan(1)) {
+    estimator_.Estimate(part, surroundings, part_, trace);
+    hypotheses_.insert(hypotheses_.end(), part_.begin(), part_.end());
+  }
+  if (parts.size() == 1) return;
+  OrderBySupport(hypotheses_);
+  if (hypotheses_.size() > kMostHypotheses) hypotheses_.resize(kMostHypotheses);
 }
 
 // Line by line, and in each line cell by cell: the order is the same whatever the order in which
@@ -84,6 +101,9 @@ void CellRefiner::CollectRun(std::span<const PackedSounding> run, std::uint32_t 
     const double east_m = sounding.east_m + shift_east_m;
     const double north_m = sounding.north_m + shift_north_m;
     if (std::abs(east_m) > edge_m || std::abs(north_m) > edge_m) continue;
+    if (!IsPossible(sounding)) {
+      throw EncodingError("the soundings of a cell hold a value that no sounding has");
+    }
     placed_.push_back({.sounding = {.east_m = static_cast<float>(east_m),
                                     .north_m = static_cast<float>(north_m),
                                     .depth_m = sounding.depth_m,
@@ -210,6 +230,18 @@ void CellRefiner::FindNoise() {
   noise_scale_ = noise_.Value();
 }
 
+// A few hundred places are enough.
+void CellRefiner::FindLineOffsets() {
+  offsets_.Clear();
+  const std::size_t nodes = trends_.size();
+  const std::size_t step = std::max<std::size_t>(1, nodes / kPlacesForOffsets);
+  for (std::size_t node = 0; node < nodes; node += step) {
+    const std::size_t bucket = (node / side_ + 1) * buckets_ + node % side_ + 1;
+    offsets_.AddBlock(Bucket(bucket), trends_[node]);
+  }
+  offsets_.Conclude();
+}
+
 void Encode(const Refinement& refinement, std::vector<std::byte>& out) {
   out.clear();
   Encoder encoder(out);
@@ -238,6 +270,11 @@ void Decode(std::span<const std::byte> bytes, Refinement& refinement) {
   }
   if (refinement.first.back() != hypotheses) {
     throw EncodingError("the refinement of a cell does not add up");
+  }
+  if (refinement.nodes_per_side == 0 ||
+      !std::all_of(refinement.hypotheses.begin(), refinement.hypotheses.end(),
+                   [](const Hypothesis& hypothesis) { return IsPossible(hypothesis); })) {
+    throw EncodingError("the refinement of a cell holds a value that no refinement has");
   }
 }
 

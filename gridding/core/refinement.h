@@ -9,6 +9,7 @@
 
 #include "gridding/core/cell_state.h"
 #include "gridding/core/hypotheses.h"
+#include "gridding/core/line_offsets.h"
 #include "gridding/core/local_trend.h"
 #include "gridding/core/node_estimator.h"
 #include "gridding/core/packed_sounding.h"
@@ -44,11 +45,15 @@ struct Refinement {
 class CellRefiner {
  public:
   explicit CellRefiner(const GridSettings& settings)
-      : settings_(settings), estimator_(settings.estimator) {}
+      : settings_(settings),
+        estimator_(settings.estimator),
+        offsets_(settings.estimator),
+        steepness_(settings.estimator.steep_sigmas, settings.estimator.huddle_share) {}
 
   // `nodes_per_side` of at least 2. Nodes near the edge take soundings of the neighbours too; those
   // of one line come before those of the next whichever cell they lie in. `traced_node` is the
-  // index of the node whose steps go to `trace`, which may be null.
+  // index of the node whose steps go to `trace`, which may be null. Throws EncodingError for a
+  // sounding with a value that none has.
   void Refine(std::uint32_t nodes_per_side, const Neighbourhood& cells, Refinement& out,
               EstimatorTrace* trace = nullptr, std::size_t traced_node = 0);
 
@@ -67,6 +72,9 @@ class CellRefiner {
   double UnknownSlope() const;
   void FindTrends();
   void FindNoise();
+  void FindLineOffsets();
+  void EstimateNode(std::span<const NodeSounding> captured, const NodeSurroundings& surroundings,
+                    EstimatorTrace* trace);
   void CaptureAll();
   template <typename Visit>
   void VisitCaptures(const Visit& visit) const;
@@ -74,6 +82,8 @@ class CellRefiner {
 
   GridSettings settings_;
   NodeEstimator estimator_;
+  LineOffsets offsets_;
+  SteepnessCheck steepness_;
   std::uint32_t side_ = 0;  // nodes along a side
   std::uint32_t buckets_ =
       0;  // buckets along a side: the nodes' own squares and a ring around them
@@ -92,6 +102,7 @@ class CellRefiner {
   std::vector<std::uint32_t> next_;
   BlockMedianFinder median_finder_;
   HypothesisList hypotheses_;
+  HypothesisList part_;
 };
 
 // Encode replaces `out`. Decode throws EncodingError for bytes that are no refinement.

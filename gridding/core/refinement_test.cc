@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <functional>
+#include <limits>
 #include <random>
 
 #include <gtest/gtest.h>
@@ -184,6 +185,50 @@ TEST(Refinement, BytesThatDoNotAddUpAreRefused) {
   damaged = bytes;
   damaged.pop_back();
   EXPECT_THROW(Decode(damaged, copy), EncodingError);
+}
+
+TEST(Refinement, SoundingsWithValuesThatNoSoundingHasAreRefused) {
+  constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+  CellSoundings cell;
+  cell.runs = {{1, 1}};
+  Neighbourhood cells{};
+  cells[kCentre] = &cell;
+  CellRefiner refiner(Settings());
+  Refinement refinement;
+  const PackedSounding good = Pack({1.0, 2.0}, {0.0, 0.0}, 20.0F, 0.1F, 0.2F);
+  cell.soundings = {good};
+  refiner.Refine(2, cells, refinement);
+  cell.soundings[0].east_m = kNaN;
+  EXPECT_THROW(refiner.Refine(2, cells, refinement), EncodingError);
+  cell.soundings[0] = good;
+  cell.soundings[0].depth_m = kNaN;
+  EXPECT_THROW(refiner.Refine(2, cells, refinement), EncodingError);
+}
+
+TEST(Refinement, ValuesThatNoRefinementHasAreRefused) {
+  Refinement good;
+  good.nodes_per_side = 1;
+  good.first = {0, 1};
+  good.hypotheses = {{20.0F, 0.01F, 5}};
+  std::vector<std::byte> bytes;
+  Encode(good, bytes);
+  Refinement copy;
+  Decode(bytes, copy);
+  EXPECT_EQ(copy.hypotheses, good.hypotheses);
+
+  Refinement wrong = good;
+  wrong.hypotheses[0].depth_m = std::numeric_limits<float>::quiet_NaN();
+  Encode(wrong, bytes);
+  EXPECT_THROW(Decode(bytes, copy), EncodingError);
+  wrong = good;
+  wrong.hypotheses[0].variance_m2 = -1.0F;
+  Encode(wrong, bytes);
+  EXPECT_THROW(Decode(bytes, copy), EncodingError);
+  wrong.nodes_per_side = 0;
+  wrong.first = {0};
+  wrong.hypotheses.clear();
+  Encode(wrong, bytes);
+  EXPECT_THROW(Decode(bytes, copy), EncodingError);
 }
 
 }  // namespace

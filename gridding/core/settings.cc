@@ -1,35 +1,43 @@
 #include "gridding/core/settings.h"
 
+#include <string>
+
 namespace quarro::core {
 
+namespace {
+
+// Reads each setting it visits from one section.
+class Reader {
+ public:
+  Reader(const MParams& params, std::string section)
+      : params_(params), section_(std::move(section)) {}
+
+  void operator()(const char* key, bool& value, bool /*least*/, bool /*most*/) const {
+    value = LookupFlag(params_, section_, key, value);
+  }
+  void operator()(const char* key, int& value, int least, int most) const {
+    value = static_cast<int>(LookupInteger(params_, section_, key, value, least, most));
+  }
+  void operator()(const char* key, double& value, double least, double most) const {
+    value = LookupNumber(params_, section_, key, value, least, most);
+  }
+
+ private:
+  const MParams& params_;
+  std::string section_;
+};
+
+}  // namespace
+
 EstimatorSettings ReadEstimatorSettings(const MParams& params) {
-  const std::string section = "Estimator";
   EstimatorSettings settings;
-  settings.capture_radius =
-      LookupNumber(params, section, "CaptureRadius", settings.capture_radius, 0.5, 0.99);
-  settings.queue_length = static_cast<int>(
-      LookupInteger(params, section, "QueueLength", settings.queue_length, 1, 101));
-  settings.shift_sigmas =
-      LookupNumber(params, section, "ShiftSigmas", settings.shift_sigmas, 0.1, 10.0);
-  settings.outlier_sigmas =
-      LookupNumber(params, section, "OutlierSigmas", settings.outlier_sigmas, 1.0, 100.0);
-  settings.run_evidence =
-      LookupNumber(params, section, "RunEvidence", settings.run_evidence, 0.1, 1000.0);
-  settings.unknown_slope =
-      LookupNumber(params, section, "UnknownSlope", settings.unknown_slope, 0.0, 10.0);
-  settings.low_resolution_soundings = static_cast<int>(LookupInteger(
-      params, section, "LowResolutionSoundings", settings.low_resolution_soundings, 1, 10000));
+  VisitEstimatorSettings(settings, Reader(params, "Estimator"));
   return settings;
 }
 
 RefinementSettings ReadRefinementSettings(const MParams& params) {
-  const std::string section = "Refinement";
   RefinementSettings settings;
-  settings.soundings_per_node =
-      LookupNumber(params, section, "SoundingsPerNode", settings.soundings_per_node, 1.0, 10000.0);
-  settings.horizontal_uncertainty_factor =
-      LookupNumber(params, section, "HorizontalUncertaintyFactor",
-                   settings.horizontal_uncertainty_factor, 0.0, 100.0);
+  VisitRefinementSettings(settings, Reader(params, "Refinement"));
   return settings;
 }
 

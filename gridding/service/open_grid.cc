@@ -27,16 +27,12 @@ std::string RefinementSettingsText(const core::GridSettings& settings) {
   std::ostringstream text;
   text.imbue(std::locale::classic());
   text.precision(17);
-  text << "method 1; capture_radius " << settings.estimator.capture_radius << "; queue_length "
-       << settings.estimator.queue_length << "; shift_sigmas " << settings.estimator.shift_sigmas
-       << "; outlier_sigmas " << settings.estimator.outlier_sigmas << "; run_evidence "
-       << settings.estimator.run_evidence << "; unknown_slope " << settings.estimator.unknown_slope
-       << "; ask_neighbours " << settings.estimator.ask_neighbours << "; ambiguous_share "
-       << settings.estimator.ambiguous_share << "; neighbour_reach "
-       << settings.estimator.neighbour_reach << "; fewest_neighbours "
-       << settings.estimator.fewest_neighbours << "; soundings_per_node "
-       << settings.refinement.soundings_per_node << "; horizontal_uncertainty_factor "
-       << settings.refinement.horizontal_uncertainty_factor;
+  text << "method 2";
+  const auto write = [&](const char* key, auto value, auto /*least*/, auto /*most*/) {
+    text << "; " << key << ' ' << value;
+  };
+  core::VisitEstimatorSettings(settings.estimator, write);
+  core::VisitRefinementSettings(settings.refinement, write);
   return text.str();
 }
 

@@ -1,5 +1,9 @@
 #include "gridding/service/parameter_table.h"
 
+#include <algorithm>
+#include <map>
+#include <string>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -22,6 +26,25 @@ TEST(ParameterTable, AKeyThatNoModuleKnowsIsWarnedOf) {
   EXPECT_EQ(log.Text().find("\"Threads\" in section \"Engine\""), std::string::npos);
 }
 
+std::map<std::string, double> ValuesOf(const EngineConfig& config) {
+  std::map<std::string, double> values;
+  const auto note = [&](const char* key, auto value, auto, auto) {
+    values[key] = static_cast<double>(value);
+  };
+  core::VisitEstimatorSettings(config.estimator, note);
+  core::VisitRefinementSettings(config.refinement, note);
+  return values;
+}
+
+TEST(ParameterTable, HoldsEverySettingOfTheMethod) {
+  for (const auto& [key, value] : ValuesOf(ReadEngineConfig(MParams()))) {
+    const auto& table = ParameterTable();
+    EXPECT_TRUE(std::any_of(table.begin(), table.end(), [&key = key](const ParameterInfo& info) {
+      return info.key == key;
+    })) << key;
+  }
+}
+
 TEST(ParameterTable, EveryDefaultOfTheEngineIsOneThatReadingTakes) {
   MParams params;
   for (const ParameterInfo& info : ParameterTable()) {
@@ -33,19 +56,7 @@ TEST(ParameterTable, EveryDefaultOfTheEngineIsOneThatReadingTakes) {
   EXPECT_EQ(given.threads, defaults.threads);
   EXPECT_EQ(given.memory_bytes, defaults.memory_bytes);
   EXPECT_EQ(given.utm_zone, defaults.utm_zone);
-  EXPECT_EQ(given.estimator.capture_radius, defaults.estimator.capture_radius);
-  EXPECT_EQ(given.estimator.queue_length, defaults.estimator.queue_length);
-  EXPECT_EQ(given.estimator.shift_sigmas, defaults.estimator.shift_sigmas);
-  EXPECT_EQ(given.estimator.outlier_sigmas, defaults.estimator.outlier_sigmas);
-  EXPECT_EQ(given.estimator.run_evidence, defaults.estimator.run_evidence);
-  EXPECT_EQ(given.estimator.low_resolution_soundings, defaults.estimator.low_resolution_soundings);
-  EXPECT_EQ(given.estimator.ask_neighbours, defaults.estimator.ask_neighbours);
-  EXPECT_EQ(given.estimator.ambiguous_share, defaults.estimator.ambiguous_share);
-  EXPECT_EQ(given.estimator.neighbour_reach, defaults.estimator.neighbour_reach);
-  EXPECT_EQ(given.estimator.fewest_neighbours, defaults.estimator.fewest_neighbours);
-  EXPECT_EQ(given.refinement.soundings_per_node, defaults.refinement.soundings_per_node);
-  EXPECT_EQ(given.refinement.horizontal_uncertainty_factor,
-            defaults.refinement.horizontal_uncertainty_factor);
+  EXPECT_EQ(ValuesOf(given), ValuesOf(defaults));
   EXPECT_EQ(given.uncertainty.vertical_fixed_m, defaults.uncertainty.vertical_fixed_m);
   EXPECT_EQ(given.uncertainty.vertical_proportional, defaults.uncertainty.vertical_proportional);
   EXPECT_EQ(given.uncertainty.horizontal_fixed_m, defaults.uncertainty.horizontal_fixed_m);
