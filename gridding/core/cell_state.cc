@@ -39,10 +39,10 @@ bool ArePossible(const CellStatistics& statistics) {
   // Written so that what is no number fails.
   const double most = 2.0 * static_cast<double>(statistics.soundings);
   const auto is_sum = [&](double sum, double each) { return sum >= 0.0 && sum <= most * each; };
+  // Without soundings the greatest and the least number stand in place of the extremes.
   const bool in_order =
-      statistics.soundings == 0 ||
-      (statistics.shallowest_m >= -kDeepest_m && statistics.deepest_m >= statistics.shallowest_m &&
-       statistics.deepest_m <= kDeepest_m);
+      statistics.shallowest_m >= -kDeepest_m && statistics.deepest_m <= kDeepest_m &&
+      (statistics.soundings == 0 || statistics.shallowest_m <= statistics.deepest_m);
   return in_order && is_sum(std::abs(statistics.depth_sum_m), kDeepest_m) &&
          is_sum(statistics.depth_square_sum_m2, kDeepest_m * kDeepest_m) &&
          is_sum(statistics.vertical_variance_sum_m2, kGreatestVariance_m2) &&

@@ -187,7 +187,7 @@ TEST(CellState, ValuesThatNoCellHasAreRefused) {
   const GridSettings settings = Settings(16.0, 0.5);
   AddSoundings(Scattered(5, 30, 8.0, 0.1), 1, settings, good);
   LowResolutionEstimator(settings).Estimate(good);
-  std::vector<CellState> wrong(9, good);
+  std::vector<CellState> wrong(10, good);
   wrong[0].near.front().east_m = kNaN;
   wrong[1].near.back().sigma_v_code = 0;
   wrong[2].low.front().depth_m = kNaN;
@@ -197,6 +197,8 @@ TEST(CellState, ValuesThatNoCellHasAreRefused) {
   wrong[6].statistics.occupancy = 0;                  // of a cell with soundings
   wrong[7].statistics.soundings = ~std::uint64_t{0};  // with one more there would be none
   wrong[8].statistics.deepest_m = 1e30F;
+  wrong[9] = CellState();
+  wrong[9].statistics.shallowest_m = -1e30F;  // of a cell without soundings
   for (const CellState& state : wrong) {
     std::vector<std::byte> bytes;
     Encode(state, bytes);

@@ -22,11 +22,12 @@ bool IsPossible(const Hypothesis& hypothesis) {
 }
 
 void OrderBySupport(std::span<Hypothesis> hypotheses) {
-  std::stable_sort(hypotheses.begin(), hypotheses.end(),
-                   [](const Hypothesis& a, const Hypothesis& b) {
-                     if (a.sample_count != b.sample_count) return a.sample_count > b.sample_count;
-                     return a.depth_m < b.depth_m;
-                   });
+  if (hypotheses.size() < 2) return;
+  std::sort(hypotheses.begin(), hypotheses.end(), [](const Hypothesis& a, const Hypothesis& b) {
+    if (a.sample_count != b.sample_count) return a.sample_count > b.sample_count;
+    if (a.depth_m != b.depth_m) return a.depth_m < b.depth_m;
+    return a.variance_m2 < b.variance_m2;
+  });
 }
 
 }  // namespace quarro::core

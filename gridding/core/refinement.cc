@@ -27,7 +27,7 @@ void CellRefiner::Refine(std::uint32_t nodes_per_side, const Neighbourhood& cell
   FindTrends();
   FindNoise();
   FindLineOffsets();
-  CaptureAll();
+  FindCaptures();
   out.nodes_per_side = side_;
   out.first.assign(1, 0);
   out.hypotheses.clear();
@@ -35,8 +35,7 @@ void CellRefiner::Refine(std::uint32_t nodes_per_side, const Neighbourhood& cell
   surroundings.spacing_m = spacing_m_;
   surroundings.noise_scale = noise_scale_;
   for (std::size_t node = 0; node < trends_.size(); ++node) {
-    const auto captured = std::span(captured_).subspan(
-        capture_starts_[node], capture_starts_[node + 1] - capture_starts_[node]);
+    const auto captured = CapturedBy(node);
     surroundings.trend =
         steepness_.Checked(captured, trends_[node], settings_.estimator.unknown_slope);
     EstimateNode(captured, surroundings, node == traced_node ? trace : nullptr);
@@ -128,49 +127,64 @@ void CellRefiner::FillBuckets() {
   for (const Placed& placed : placed_) bucketed_[next_[bucket_of(placed)]++] = placed.sounding;
 }
 
-// Calls visit(node, sounding) for each pair in reach of one another, soundings in their order. A
-// reach below one spacing leaves four nodes to ask: that of the sounding's own bucket and the three
-// on the side of the bucket where it lies.
-template <typename Visit>
-void CellRefiner::VisitCaptures(const Visit& visit) const {
+// A reach below one spacing leaves four nodes to ask for each sounding: that of its own bucket and
+// the three on the side of the bucket where it lies. Each node gets its soundings' places in
+// placed_, so in their order.
+void CellRefiner::FindCaptures() {
   const double reach_m = settings_.estimator.capture_radius * spacing_m_;
-  const double first_node_m = 0.5 * spacing_m_ - 0.5 * settings_.resolution_m;
-  for (const Placed& placed : placed_) {
+  const double reach_squared = reach_m * reach_m;
+  const auto side = static_cast<std::int64_t>(side_);
+  candidates_.clear();
+  capture_starts_.assign(trends_.size() + 1, 0);
+  for (std::size_t place = 0; place < placed_.size(); ++place) {
+    const Placed& placed = placed_[place];
     // Buckets begin one before the nodes.
     const auto own_row = static_cast<std::int64_t>(placed.row) - 1;
     const auto own_column = static_cast<std::int64_t>(placed.column) - 1;
-    const double from_own_north_m =
-        placed.sounding.north_m - (first_node_m + static_cast<double>(own_row) * spacing_m_);
-    const double from_own_east_m =
-        placed.sounding.east_m - (first_node_m + static_cast<double>(own_column) * spacing_m_);
-    const std::int64_t side_row = from_own_north_m < 0.0 ? -1 : 1;
-    const std::int64_t side_column = from_own_east_m < 0.0 ? -1 : 1;
+    const double from_own_north_m = placed.sounding.north_m - NodeOffset(own_row);
+    const double from_own_east_m = placed.sounding.east_m - NodeOffset(own_column);
+    const std::int64_t rows[] = {own_row, own_row + (from_own_north_m < 0.0 ? -1 : 1)};
+    const std::int64_t columns[] = {own_column, own_column + (from_own_east_m < 0.0 ? -1 : 1)};
+    const double north_m[] = {from_own_north_m, spacing_m_ - std::abs(from_own_north_m)};
+    const double east_m[] = {from_own_east_m, spacing_m_ - std::abs(from_own_east_m)};
     for (int corner = 0; corner < 4; ++corner) {
-      const std::int64_t step_row = (corner & 1) != 0 ? side_row : 0;
-      const std::int64_t step_column = (corner & 2) != 0 ? side_column : 0;
-      const std::int64_t row = own_row + step_row;
-      const std::int64_t column = own_column + step_column;
-      if (row < 0 || column < 0 || row >= side_ || column >= side_) continue;
-      const double north_m = from_own_north_m - static_cast<double>(step_row) * spacing_m_;
-      const double east_m = from_own_east_m - static_cast<double>(step_column) * spacing_m_;
-      if (east_m * east_m + north_m * north_m > reach_m * reach_m) continue;
-      NodeSounding sounding = placed.sounding;
-      sounding.east_m = static_cast<float>(east_m);
-      sounding.north_m = static_cast<float>(north_m);
-      visit(static_cast<std::size_t>(row) * side_ + static_cast<std::size_t>(column), sounding);
+      const int to_row = corner / 2;
+      const int to_column = corner % 2;
+      const double distance_squared =
+          east_m[to_column] * east_m[to_column] + north_m[to_row] * north_m[to_row];
+      const std::int64_t row = rows[to_row];
+      const std::int64_t column = columns[to_column];
+      if (distance_squared > reach_squared || row < 0 || column < 0 || row >= side ||
+          column >= side) {
+        continue;
+      }
+      const auto node = static_cast<std::uint32_t>(row * side + column);
+      candidates_.push_back({node, static_cast<std::uint32_t>(place)});
+      ++capture_starts_[node + 1];
     }
   }
+  for (std::size_t i = 0; i < trends_.size(); ++i) capture_starts_[i + 1] += capture_starts_[i];
+  captures_.resize(candidates_.size());
+  next_.assign(capture_starts_.begin(), capture_starts_.end() - 1);
+  for (const Capture& capture : candidates_) captures_[next_[capture.node]++] = capture.place;
 }
 
-void CellRefiner::CaptureAll() {
-  const std::size_t nodes = trends_.size();
-  capture_starts_.assign(nodes + 1, 0);
-  VisitCaptures([&](std::size_t node, const NodeSounding&) { ++capture_starts_[node + 1]; });
-  for (std::size_t i = 0; i < nodes; ++i) capture_starts_[i + 1] += capture_starts_[i];
-  captured_.resize(capture_starts_.back());
-  next_.assign(capture_starts_.begin(), capture_starts_.end() - 1);
-  VisitCaptures(
-      [&](std::size_t node, const NodeSounding& sounding) { captured_[next_[node]++] = sounding; });
+// The soundings of one node, as it sees them. Valid until the next call.
+std::span<const NodeSounding> CellRefiner::CapturedBy(std::size_t node) {
+  const auto east_m = static_cast<float>(NodeOffset(static_cast<std::int64_t>(node % side_)));
+  const auto north_m = static_cast<float>(NodeOffset(static_cast<std::int64_t>(node / side_)));
+  captured_.clear();
+  for (std::uint32_t i = capture_starts_[node]; i < capture_starts_[node + 1]; ++i) {
+    captured_.push_back(placed_[captures_[i]].sounding);
+    captured_.back().east_m -= east_m;
+    captured_.back().north_m -= north_m;
+  }
+  return captured_;
+}
+
+// Of a column's or row's nodes from the cell's node.
+double CellRefiner::NodeOffset(std::int64_t index) const {
+  return (static_cast<double>(index) + 0.5) * spacing_m_ - 0.5 * settings_.resolution_m;
 }
 
 std::span<const NodeSounding> CellRefiner::Bucket(std::size_t bucket) const {

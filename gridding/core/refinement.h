@@ -64,6 +64,11 @@ class CellRefiner {
     std::uint32_t column;
   };
 
+  struct Capture {
+    std::uint32_t node;
+    std::uint32_t place;  // in placed_
+  };
+
   void Collect(const Neighbourhood& cells);
   void CollectRun(std::span<const PackedSounding> run, std::uint32_t line, double shift_east_m,
                   double shift_north_m);
@@ -75,9 +80,9 @@ class CellRefiner {
   void FindLineOffsets();
   void EstimateNode(std::span<const NodeSounding> captured, const NodeSurroundings& surroundings,
                     EstimatorTrace* trace);
-  void CaptureAll();
-  template <typename Visit>
-  void VisitCaptures(const Visit& visit) const;
+  void FindCaptures();
+  std::span<const NodeSounding> CapturedBy(std::size_t node);
+  double NodeOffset(std::int64_t index) const;
   std::span<const NodeSounding> Bucket(std::size_t bucket) const;
 
   GridSettings settings_;
@@ -95,8 +100,10 @@ class CellRefiner {
   std::vector<NodeSounding> bucketed_;         // bucket by bucket
   std::vector<BlockMedian> medians_;           // one a bucket
   std::vector<LocalTrend> trends_;             // one a node
+  std::vector<Capture> candidates_;            // sounding by sounding
   std::vector<std::uint32_t> capture_starts_;  // one more than nodes
-  std::vector<NodeSounding> captured_;         // node by node
+  std::vector<std::uint32_t> captures_;        // places in placed_, node by node
+  std::vector<NodeSounding> captured_;         // of one node
   NoiseScale noise_;
 
   std::vector<std::uint32_t> next_;
