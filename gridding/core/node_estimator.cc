@@ -22,9 +22,11 @@ void NodeEstimator::Estimate(std::span<const NodeSounding> soundings,
   trend_ = surroundings.trend;
   queue_.clear();
   tracks_.clear();
+  values_.clear();
+  for (const NodeSounding& sounding : soundings) values_.push_back(ValueAt(sounding, surroundings));
   for (std::size_t i = 0; i < soundings.size(); ++i) {
     if (i != 0 && soundings[i].line != soundings[i - 1].line) Drain();
-    Queue(ValueAt(soundings[i], surroundings));
+    Queue(static_cast<std::uint32_t>(i));
   }
   Drain();
   hypotheses.clear();
@@ -57,26 +59,32 @@ NodeEstimator::Value NodeEstimator::ValueAt(const NodeSounding& sounding,
           .fit_variance = base * (1.0 + near * near)};
 }
 
-void NodeEstimator::Queue(const Value& value) {
-  const auto place =
-      std::upper_bound(queue_.begin(), queue_.end(), value,
-                       [](const Value& a, const Value& b) { return a.depth_m < b.depth_m; });
-  queue_.insert(place, value);
+void NodeEstimator::Queue(std::uint32_t value) {
+  const Waiting arrival{.depth_m = values_[value].depth_m, .value = value};
+  queue_.push_back(arrival);
+  auto place = queue_.end() - 1;
+  for (; place != queue_.begin() && arrival.depth_m < (place - 1)->depth_m; --place) {
+    *place = *(place - 1);
+  }
+  *place = arrival;
   if (queue_.size() < static_cast<std::size_t>(settings_.queue_length)) return;
   const auto median = queue_.begin() + static_cast<std::ptrdiff_t>(queue_.size() / 2);
-  const Value taken = *median;
+  const std::uint32_t taken = median->value;
   queue_.erase(median);
-  Take(taken);
+  Take(values_[taken]);
 }
 
-// From the middle outward, so that the values in doubt come last.
+// The median, then that of what is left, and so on: from the middle outward, so that the values in
+// doubt come last.
 void NodeEstimator::Drain() {
-  while (!queue_.empty()) {
-    const auto median = queue_.begin() + static_cast<std::ptrdiff_t>(queue_.size() / 2);
-    const Value taken = *median;
-    queue_.erase(median);
-    Take(taken);
+  const std::size_t count = queue_.size();
+  std::size_t below = count / 2;  // values left below those taken
+  std::size_t above = count / 2;  // the first one left above them
+  for (std::size_t left = count; left > 0; --left) {
+    const std::size_t median = left / 2;
+    Take(values_[(median < below ? queue_[--below] : queue_[above++]).value]);
   }
+  queue_.clear();
 }
 
 void NodeEstimator::Take(const Value& value) {

@@ -102,7 +102,7 @@ class NodeEstimator {
   };
 
   Value ValueAt(const NodeSounding& sounding, const NodeSurroundings& surroundings) const;
-  void Queue(const Value& value);
+  void Queue(std::uint32_t value);
   void Drain();
   void Take(const Value& value);
   void Found(const Value& value);
@@ -113,7 +113,14 @@ class NodeEstimator {
   EstimatorSettings settings_;
   EstimatorTrace* trace_ = nullptr;
   LocalTrend trend_;
-  std::vector<Value> queue_;  // ascending depth
+  // A value that waits, by its place in values_.
+  struct Waiting {
+    double depth_m;
+    std::uint32_t value;
+  };
+
+  std::vector<Value> values_;   // in the order in which they came
+  std::vector<Waiting> queue_;  // ascending depth
   std::vector<Track> tracks_;
 };
 
