@@ -1,4 +1,5 @@
 // Quarro_Client, the console client.
+#include <csignal>
 #include <memory>
 
 #include "app/start_up.h"
@@ -17,5 +18,7 @@ std::unique_ptr<quarro::SGClientBase> Make(const quarro::MParams& params) {
 // What nobody catches ends the program with its reason on the standard error.
 // NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
+  // A file that may grow no further is an error of the write, as on a full disc, not a signal.
+  (void)std::signal(SIGXFSZ, SIG_IGN);
   return quarro::RunClient(argc, argv, Make<quarro::SGDebugClient>, Make<quarro::SuperGridClient>);
 }

@@ -74,9 +74,15 @@ H5FD_t* openFile(const char* name, unsigned flags, hid_t access, haddr_t) {
   return &file->hdf5;
 }
 
+// A file system that cannot be told to counts as done.
+bool syncToDisc(int descriptor) {
+  return fsync(descriptor) == 0 || errno == EINVAL || errno == ENOTSUP;
+}
+
 herr_t closeFile(H5FD_t* hdf5) {
   const std::unique_ptr<DiskFile> file(ours(hdf5));
   // Network file systems tell of a lack of space only now.
+  if (!file->state->failed && !syncToDisc(file->descriptor)) file->state->failed = true;
   if (close(file->descriptor) != 0) file->state->failed = true;
   return 0;
 }

@@ -25,9 +25,21 @@ if(QUARRO_SANITIZE)
   target_compile_options(quarro_settings INTERFACE -fsanitize=${QUARRO_SANITIZE}
                                                    -fno-omit-frame-pointer -g)
   target_link_options(quarro_settings INTERFACE -fsanitize=${QUARRO_SANITIZE})
+  if(QUARRO_SANITIZE MATCHES "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # Boost.Asio has a memory fence, which the thread sanitizer does not see; locks order the same.
+    target_compile_options(quarro_settings INTERFACE -Wno-tsan)
+  endif()
   if(QUARRO_SANITIZE MATCHES "undefined")
     target_compile_options(quarro_settings INTERFACE -fno-sanitize-recover=undefined)
   endif()
+endif()
+
+option(QUARRO_FUZZ "Build the fuzz targets and instrument everything for them; needs Clang" OFF)
+if(QUARRO_FUZZ)
+  target_compile_options(
+    quarro_settings INTERFACE -fsanitize=fuzzer-no-link,float-cast-overflow
+                              -fno-sanitize-recover=all)
+  target_link_options(quarro_settings INTERFACE -fsanitize=fuzzer-no-link,float-cast-overflow)
 endif()
 
 # quarro_library(<name> SOURCES ... [PUBLIC ...] [PRIVATE ...]): a static library of this project.

@@ -1,11 +1,13 @@
 // Text result files, formatted in memory and handed to the file in large pieces.
 #include "output/text_writers.h"
 
-#include <fstream>
+#include <functional>
 #include <ostream>
 #include <sstream>
+#include <utility>
 
 #include "output/number_text.h"
+#include "output/result_file.h"
 
 namespace quarro {
 
@@ -16,11 +18,18 @@ constexpr int kRecordDigits = 7;
 constexpr int kPositionDecimals = 3;
 constexpr std::size_t kPieceBytes = 1U << 20U;
 
-// Composes lines of blank-separated fields and hands them to `out` in large pieces, the last one
-// when it is destroyed.
+// Composes lines of blank-separated fields and hands them over in large pieces, the last one when
+// it is destroyed.
 class FieldText {
  public:
-  explicit FieldText(std::ostream& out) : out_(out) {}
+  using Taker = std::function<void(const std::string& piece)>;
+  explicit FieldText(Taker take) : take_(std::move(take)) {}
+  explicit FieldText(ResultFile& file)
+      : FieldText([&file](const std::string& piece) { file.Write(piece); }) {}
+  explicit FieldText(std::ostream& out)
+      : FieldText([&out](const std::string& piece) {
+          out.write(piece.data(), static_cast<std::streamsize>(piece.size()));
+        }) {}
   FieldText(const FieldText&) = delete;
   FieldText& operator=(const FieldText&) = delete;
   ~FieldText() { WritePiece(); }
@@ -77,11 +86,11 @@ class FieldText {
   }
 
   void WritePiece() {
-    out_.write(text_.data(), static_cast<std::streamsize>(text_.size()));
+    take_(text_);
     text_.clear();
   }
 
-  std::ostream& out_;
+  const Taker take_;
   std::string text_;
   bool line_open_ = false;
 };
@@ -195,7 +204,7 @@ std::ostream& operator<<(std::ostream& out, const NodalHypos& node) {
 
 void WriteDepthText(const ResultGrid<DepthCell>& grid, const SGBoundingBox& bounds,
                     const std::string& path) {
-  std::ofstream file(path, std::ios::trunc);
+  ResultFile file(path);
   FieldText text(file);
   WriteGridHeader(text, grid, bounds);
   WriteGridHeader(text, grid, bounds);
@@ -211,7 +220,7 @@ void WriteDepthText(const ResultGrid<DepthCell>& grid, const SGBoundingBox& boun
 
 void WriteHypothesesText(const ResultHypos& hypotheses, const SGBoundingBox& bounds,
                          const std::string& path) {
-  std::ofstream file(path, std::ios::trunc);
+  ResultFile file(path);
   FieldText text(file);
   text.Count(hypotheses.count);
   text.Bounds(bounds);
@@ -223,7 +232,7 @@ void WriteHypothesesText(const ResultHypos& hypotheses, const SGBoundingBox& bou
 
 void WriteResolutionText(const ResultGrid<ResolutionRecord>& grid, const SGBoundingBox& bounds,
                          const std::string& path) {
-  std::ofstream file(path, std::ios::trunc);
+  ResultFile file(path);
   FieldText text(file);
   WriteGridHeader(text, grid, bounds);
   int digits = kDefaultDigits;

@@ -21,9 +21,10 @@ std::ostream& operator<<(std::ostream& out, const NodalDepth& estimate);
 // settings.
 std::ostream& operator<<(std::ostream& out, const NodalHypos& node);
 
-// Each writer replaces the file at `path`. A path that cannot be opened gives no file and no error,
-// and a full disc a short one. Rows count from the south, columns from the west, both from zero.
-// Any thread; memory does not grow with the result.
+// Each writer replaces the file at `path`, and returns once it is on the disc. A path that cannot
+// be opened gives no file and no error; a file that could not be written whole (a full disc) is
+// told in the log and stands as PATH.incomplete. Rows count from the south, columns from the west,
+// both from zero. Any thread; memory does not grow with the result.
 
 // Two equal header lines "rows columns west south east north"; then for each cell with data
 //   row column depth variance count strength

@@ -2,6 +2,7 @@
 #include "output/text_writers.h"
 
 #include <cmath>
+#include <filesystem>
 #include <iomanip>
 #include <limits>
 #include <locale>
@@ -10,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include "output/file_size_limit.h"
 #include "support/test_directory.h"
 
 namespace quarro {
@@ -195,6 +197,28 @@ TEST_F(TextFiles, APathThatCannotBeOpenedGivesNoFileAndNoError) {
   EXPECT_NO_THROW(WriteHypothesesText(ResultHypos(), kBounds, path));
   EXPECT_NO_THROW(WriteResolutionText({}, kBounds, path));
   EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(TextFiles, AFileThatCannotBeWrittenWholeIsToldWithItsCauseAndRenamed) {
+  const std::vector<DepthCell> cells(200 * 200, DepthCell{.estimate = kEstimate});
+  testing::internal::CaptureStderr();
+  {
+    const FileSizeLimit limit(100'000);
+    WriteDepthText({200, 200, cells.data(), nullptr}, kBounds, Path());
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "writing \"" + Path() + "\" failed: File too large; what was written stands as \"" +
+                Path() + ".incomplete\".\n");
+  EXPECT_FALSE(std::filesystem::exists(Path()));
+  EXPECT_EQ(std::filesystem::file_size(Path() + ".incomplete"), 100'000U);
+}
+
+TEST_F(TextFiles, ADeviceThatTakesNothingIsToldAndKeepsItsName) {
+  testing::internal::CaptureStderr();
+  WriteDepthText({}, kBounds, "/dev/full");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "writing \"/dev/full\" failed: No space left on device.\n");
+  EXPECT_TRUE(std::filesystem::is_character_file("/dev/full"));
 }
 
 TEST_F(TextFiles, LargeGridsArriveWhole) {

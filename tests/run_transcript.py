@@ -18,11 +18,24 @@ A case is a folder with
   check            optional: a shell script run afterwards in the scratch directory
   needs_data       optional: the case is skipped where the shared survey data is absent
 
+With --network SERVER an engine daemon is started in the scratch directory, with the parameter file of the
+case, and the client finds it there: --local is dropped from its arguments. Everything is compared as before. What
+differs of necessity:
+  - an engine is told by its address instead of "in process"; the address is written "in process"
+  - a line that is no file in the survey directories (the scratch directory and the survey data) is
+    refused in other words than those in which it cannot be opened; these are written instead
+  - filters_network, beside filters, has what else differs in a case
+  - a case whose command line has no --local is skipped, and so is one with a file local_only, which
+    tells why.
+The daemon must come up, and leave in good order on SIGTERM once the client has ended. The files into which
+results were written are compared, byte by byte, with those of a run with --local.
+
 In the scratch directory stands params.xml, an empty parameter file. The host in the prompt, which
 depends on the machine, is written [HOST]; addresses are written 0xADDRESS. A client that still runs
 when its commands are read is given a moment, then ended, and its status reads "running".
 """
 
+import contextlib
 import os
 import pathlib
 import re
@@ -33,20 +46,34 @@ import subprocess
 import sys
 import tempfile
 
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "network"))
+import programs
+
 SKIPPED = 77
 GRACE_S = 3
 LIMIT_S = 300
+REFUSED = r'failed: the survey file ("[^"]*") is refused: '
+ON_NETWORK = [(r"\b127\.0\.0\.1:\d+, (\d+ threads, engine )", r"in process, \1"),
+              (REFUSED + r"no such file under the survey directories .*; put it there, or .*",
+               r"failed: cannot open \1 for reading: No such file or directory"),
+              (REFUSED + "it is no regular file", r"failed: \1 is a directory, not a survey line")]
+# In the metadata of a BAG.
+WRITTEN_AT = re.compile(rb"\d{4}-\d{2}-\d{2}(T\d{2}:\d{2}:\d{2}(\.\d+)?Z?)?")
 
 
-def filters_of(case):
+def filters_of(case, on_network):
     rules = [(r"\[(localhost|127\.0\.0\.1|ip6-localhost)[^\]]*\]", "[HOST]"),
              (r"0x[0-9a-f]+", "0xADDRESS")]
-    path = case / "filters"
-    if path.exists():
-        for line in path.read_text().splitlines():
-            if line:
-                pattern, _, replacement = line.partition(" =>")
-                rules.append((pattern, replacement.strip()))
+    if on_network:
+        rules += ON_NETWORK
+    for name in ["filters"] + ["filters_network"] * on_network:
+        path = case / name
+        if path.exists():
+            for line in path.read_text().splitlines():
+                if line:
+                    pattern, _, replacement = line.partition(" =>")
+                    rules.append((pattern, replacement.strip()))
     return rules
 
 
@@ -113,56 +140,126 @@ def run_client(client, arguments, commands, scratch, environment, prepare):
     return status
 
 
-def main():
-    client, source, case = (pathlib.Path(argument).resolve() for argument in sys.argv[1:4])
-    client, source = str(client), str(source)
-    record = "--record" in sys.argv
+def start_server(server, scratch, data, environment):
+    """An engine daemon that this case's client alone finds."""
+    programs.write_parameters(
+        scratch / "params.xml",
+        {"Network": {"Port": 0, "DiscoveryPort": programs.free_udp_port(), "DiscoveryWaitMs": 300,
+                     "DiscoveryAddresses": "127.255.255.255", "SurveyDirectories": f"{scratch}:{data}"}})
+    return programs.Server(server, "params.xml", scratch, environment=environment)
+
+
+class Run:
+    """One run of a case in a scratch directory."""
+
+    def __init__(self, client, source, case, server, scratch):
+        self.case, self.scratch, self.on_network = case, scratch, server is not None
+        self.source, self.data = source, str(pathlib.Path(source).parent / "shared" / "data")
+        self.environment = dict(os.environ, QUARRO_SOURCE=source, QUARRO_CLIENT=client, QUARRO_DATA=self.data,
+                                QUARRO_SIMULATE=str(pathlib.Path(client).parent.parent / "simulate" /
+                                                    "Quarro_Simulate"),
+                                TERM="dumb")
+        if (case / "environment").exists():
+            for line in (case / "environment").read_text().splitlines():
+                name, _, value = line.partition("=")
+                self.environment[name] = value
+        (scratch / "params.xml").write_text("<parameters/>\n")
+        run_script("setup", case, scratch, self.environment)
+        arguments = shlex.split(self._text_of("command_line"))
+        self.commands = self._text_of("commands")
+        daemon = contextlib.nullcontext()
+        if self.on_network:
+            arguments.remove("--local")
+            daemon = start_server(server, scratch, self.data, self.environment)
+        with daemon:
+            self.status = run_client(client, arguments, self.commands, scratch, self.environment, limit_files(case))
+            if self.on_network:
+                daemon.end()
+
+    def _text_of(self, name):
+        path = self.case / name
+        text = path.read_text() if path.exists() else ""
+        return text.replace("@SOURCE@", self.source).replace("@DATA@", self.data)
+
+    def printed(self):
+        """What is compared with the expectations, by name."""
+        rules = filters_of(self.case, self.on_network)
+        names = [(self.source, "@SOURCE@"), (self.data, "@DATA@"), (str(self.scratch), "@SCRATCH@")]
+        texts = {"status": self.status + "\n"}
+        for stream in ("stdout", "stderr"):
+            texts[stream] = read_filtered(self.scratch / f".{stream}", rules, names)
+        for name in files_compared(self.case):
+            texts[name] = read_filtered(self.scratch / name, rules, names)
+        texts["stderr"], texts["apart"] = part(texts["stderr"], self.case)
+        return texts
+
+    def results(self):
+        """The bytes of the files into which results were written, by name, without the times of writing."""
+        asked = [line.split()[-1] for line in self.commands.splitlines() if line.startswith("get ")]
+        files = {name: self.scratch / name for name in asked}
+        return {name: WRITTEN_AT.sub(b"TIME", path.read_bytes()) for name, path in files.items() if path.is_file()}
+
+
+def differences(run, record):
+    """True if something was printed that is not expected."""
+    found = False
+    for name, text in run.printed().items():
+        path = run.case / f"{name}.expected"
+        expected = path.read_text() if path.exists() else ("0\n" if name == "status" else "")
+        if text == expected:
+            continue
+        if record:
+            path.write_text(text)
+            continue
+        found = True
+        print(f"--- {path}\n{expected}\n+++ {name}\n{text}")
+    return found
+
+
+def scratch_directory():
+    return tempfile.TemporaryDirectory(prefix="quarro_transcript_")
+
+
+def results_differ(run, client):
+    """True if a result that came over the network is not that of an engine in process, byte by byte."""
+    over_network = run.results()
+    if not over_network:
+        return False
+    with scratch_directory() as folder:
+        in_process = Run(client, run.source, run.case, None, pathlib.Path(folder)).results()
+    differing = [name for name, content in over_network.items() if content != in_process.get(name, content)]
+    print(f"{len(over_network)} result files compared with those of the engine in process; different: {differing}")
+    return bool(differing)
+
+
+def reason_to_skip(source, case, server):
+    if server and "--local" not in shlex.split((case / "command_line").read_text()):
+        return "runs no engine"
+    if server and (case / "local_only").exists():
+        return (case / "local_only").read_text().strip()
     data = pathlib.Path(source).parent / "shared" / "data"
     if (case / "needs_data").exists() and not (data / "deep_30khz.gsf").exists():
-        print(f"SKIPPED: {case.name} needs the survey data beside the project, which is absent")
+        return "needs the survey data beside the project, which is absent"
+    return None
+
+
+def main():
+    client, source, case = (pathlib.Path(argument).resolve() for argument in sys.argv[1:4])
+    server = None
+    if "--network" in sys.argv:
+        server = str(pathlib.Path(sys.argv[sys.argv.index("--network") + 1]).resolve())
+    reason = reason_to_skip(source, case, server)
+    if reason:
+        print(f"SKIPPED: {case.name}: {reason}")
         return SKIPPED
-    environment = dict(os.environ, QUARRO_SOURCE=source, QUARRO_CLIENT=client,
-                       QUARRO_SIMULATE=str(pathlib.Path(client).resolve().parent.parent / "simulate" /
-                                           "Quarro_Simulate"),
-                       QUARRO_DATA=str(data), TERM="dumb")
-    if (case / "environment").exists():
-        for line in (case / "environment").read_text().splitlines():
-            name, _, value = line.partition("=")
-            environment[name] = value
-    with tempfile.TemporaryDirectory(prefix="quarro_transcript_") as folder:
-        scratch = pathlib.Path(folder)
-        (scratch / "params.xml").write_text("<parameters/>\n")
-        run_script("setup", case, scratch, environment)
-
-        def text_of(name):
-            path = case / name
-            text = path.read_text() if path.exists() else ""
-            return text.replace("@SOURCE@", source).replace("@DATA@", str(data))
-
-        status = run_client(client, shlex.split(text_of("command_line")), text_of("commands"),
-                            scratch, environment, limit_files(case))
-        failed = False
-        printed = {"status": status + "\n"}
-        rules = filters_of(case)
-        names = [(source, "@SOURCE@"), (str(data), "@DATA@"), (folder, "@SCRATCH@")]
-        for stream in ("stdout", "stderr"):
-            printed[stream] = read_filtered(scratch / f".{stream}", rules, names)
-        for name in files_compared(case):
-            printed[name] = read_filtered(scratch / name, rules, names)
-        printed["stderr"], printed["apart"] = part(printed["stderr"], case)
-        for name, text in printed.items():
-            path = case / f"{name}.expected"
-            expected = path.read_text() if path.exists() else ("0\n" if name == "status" else "")
-            if text == expected:
-                continue
-            if record:
-                path.write_text(text)
-                continue
-            failed = True
-            print(f"--- {path}\n{expected}\n+++ {name}\n{text}")
-        if not failed:
-            run_script("check", case, scratch, environment)
-    return 1 if failed else 0
+    with scratch_directory() as folder:
+        run = Run(str(client), str(source), case, server, pathlib.Path(folder))
+        if differences(run, "--record" in sys.argv):
+            return 1
+        if server and results_differ(run, str(client)):
+            return 1
+        run_script("check", case, run.scratch, run.environment)
+    return 0
 
 
 if __name__ == "__main__":

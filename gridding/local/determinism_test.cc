@@ -40,6 +40,31 @@ TEST_F(Determinism, AnyNumberOfThreadsGivesTheSameBits) {
   EXPECT_EQ(ResultsWith(ParametersFor(".", 8), 3), one);
 }
 
+TEST_F(Determinism, CellsTooLargeForTheMemoryAreRefinedToTheSameBits) {
+  const EngineLog log;
+  const auto results_with = [](const char* memory_mib, double spacing_m) {
+    const FreshDirectory grids;
+    const std::string line = grids / "dense.xyz";
+    WriteStrip(
+        line,
+        {.west_m = -30, .south_m = -30, .length_m = 60, .width_m = 60, .spacing_m = spacing_m});
+    MParams params = ParametersFor(grids.path());
+    params.Set("Engine", "MemoryMiB", memory_mib);
+    SGDebugClient client(params);
+    Attach(client);
+    Construct(client, "g", 20.0F, 0.5F);
+    Add(client, line);
+    Refine(client);
+    return AllResults(client);
+  };
+  // Nine cells of 10,000 soundings, which do not fit together.
+  EXPECT_EQ(results_with("16", 0.2), results_with("1024", 0.2));
+  EXPECT_EQ(log.Text().find("MemoryMiB"), std::string::npos);
+  // One of 49,000 does not fit by itself.
+  EXPECT_EQ(results_with("16", 0.09), results_with("1024", 0.09));
+  EXPECT_THAT(log.Text(), ::testing::HasSubstr("raise MemoryMiB"));
+}
+
 TEST_F(Determinism, RefiningAfterEachLineGivesTheSameBitsAsOnce) {
   const std::string once = Reference();
   const FreshDirectory grids;

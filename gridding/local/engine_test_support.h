@@ -51,15 +51,9 @@ double SeafloorDepth(double easting_m, double northing_m);
 // what asking threw.
 template <typename Result, typename Request>
 std::unique_ptr<Result> Await(SGClientBase& client, const Request& request) {
-  std::promise<std::unique_ptr<Result>> answer;
-  request([&](const SEResultToken& token) {
-    try {
-      answer.set_value(FetchResult<Result>(client, token));
-    } catch (...) {
-      answer.set_exception(std::current_exception());
-    }
-  });
-  return answer.get_future().get();
+  std::promise<SEResultToken> answer;
+  request([&](const SEResultToken& token) { answer.set_value(token); });
+  return FetchResult<Result>(client, answer.get_future().get());
 }
 
 // Requests that are waited for.

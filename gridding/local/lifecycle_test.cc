@@ -207,6 +207,49 @@ TEST_F(Lifecycle, ACallBackCannotDetach) {
   EXPECT_THAT(reason.get_future().get(), HasSubstr("by a call-back"));
 }
 
+TEST_F(Lifecycle, DetachingFinishesWhatCallBacksAskForMeanwhile) {
+  WriteStrip(directory_ / "a.xyz", {});
+  WriteStrip(directory_ / "b.xyz", {.seed = 2});
+  Attach(client_);
+  Construct(client_, "g");
+  Replies replies;
+  const ResultCallback first = replies.Expect("first");
+  const ResultCallback second = replies.Expect("second");
+  const ResultCallback depth = replies.Expect("depth");
+  std::promise<void> detaching;
+  client_.AddLine(directory_ / "a.xyz", 0, false, [&](const SEResultToken& token) {
+    detaching.get_future().wait();
+    client_.AddLine(directory_ / "b.xyz", 1, false, [&](const SEResultToken& added) {
+      EXPECT_EQ(FetchResult<ResultLineAdded>(client_, added)->failed, 0U);
+      client_.RequestDepth({0, 0, 100, 30}, 0, 1, depth);
+      second(added);
+    });
+    first(token);
+  });
+  detaching.set_value();
+  client_.DetachEngine();
+  EXPECT_THAT(replies.Names(), ::testing::UnorderedElementsAre("first", "second", "depth"));
+  Attach(client_);
+  Load(client_, "g");
+  EXPECT_THAT(Query(client_, 1), ::testing::Contains("lines: 2"));
+}
+
+TEST_F(Lifecycle, DroppingAtOnceDoesNotWaitUntilTheLineInWorkHasBeenRead) {
+  // A file whose reading alone would take longer than anyone waits for a test.
+  constexpr std::uintmax_t kTebibyte = std::uintmax_t{1} << 40U;
+  const std::string path = directory_ / "endless.gsf";
+  WriteStrip(path, {});
+  std::filesystem::resize_file(path, kTebibyte);
+  Attach(client_);
+  Construct(client_, "g");
+  Replies replies;
+  client_.AddLine(path, 0, false, replies.Expect("in work"));
+  client_.AddLine(path, 1, false, replies.Expect("queued"));
+  client_.DropGrid(true, replies.Expect("drop"));
+  replies.Wait();
+  EXPECT_THAT(replies.Names(), ElementsAre("in work", "queued", "drop"));
+}
+
 TEST_F(Lifecycle, AttachingAgainStartsAnew) {
   Attach(client_);
   Construct(client_, "g");

@@ -79,6 +79,8 @@ void SGDebugClient::DetachEngine() {
   if (engine_->delivery.OnCallbackThread()) {
     throw ExSGClientBase("an engine cannot be detached by a call-back, which it would wait for");
   }
+  // The session is there until its last call-back has returned, which may ask it for more.
+  engine_->session->Finish();
   engine_->session.reset();
 }
 

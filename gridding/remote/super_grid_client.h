@@ -12,8 +12,11 @@
 
 namespace quarro {
 
-// A front end for engines on the local network, of which this build reaches none: FindEngines gives
-// an empty list and AttachEngine throws.
+// A front end for engines on the network. Attaching opens a session at the engine, which lives
+// through short losses of the connection: it is made again for ReconnectSeconds. After that, or
+// when the engine ends, every outstanding request fails through its call-back (a line with its
+// failure flag), and so does what is asked for until another engine, or the same again, is
+// attached.
 //
 // Operations come from one thread at a time; GetResult from any. Without an engine, operations that
 // announce their failure by throwing throw ExSGClientBase, the others (drop, synch, refine,
@@ -21,14 +24,20 @@ namespace quarro {
 // return.
 class SuperGridClient : public SGClientBase {
  public:
-  // Reads the network's parameters; keys that no part of the system knows are logged.
+  // Reads the network's parameters. Throws ExSGClientBase for a value out of range; keys that no
+  // part of the system knows are logged.
   explicit SuperGridClient(const MParams& params);
-  // Every call-back has returned when it returns.
+  // Detaches first. Every call-back has returned when it returns.
   ~SuperGridClient() override;
 
   bool SetRemoteLogLevel(std::uint32_t level) override;
   std::vector<QuarroSpec> FindEngines() override;
+  // Throws ExSGClientBase, and stays attached as it was, when the engine cannot be reached, speaks
+  // another protocol version, or refuses.
   void AttachEngine(const QuarroSpec& engine) override;
+  // Waits for the results asked for, and a few seconds for lines; lines that are not done then go
+  // on at the engine, and their results tell nothing but that. Throws ExSGClientBase without an
+  // engine, and on a call-back's thread; not for an engine that is lost.
   void DetachEngine() override;
 
   void RequestServerStatistics(const ResultCallback& on_done) override;
@@ -59,7 +68,7 @@ class SuperGridClient : public SGClientBase {
   void PurgeAllResults(const ResultCallback& on_done) override;
 
  private:
-  struct Engine;
+  class Engine;  // what it is attached to
   std::unique_ptr<Engine> engine_;
 };
 

@@ -31,9 +31,17 @@ class WithoutEngine : public ::testing::Test {
     return reason;
   }
 
+  // Of a discovery that no server answers.
+  static MParams Parameters() {
+    MParams params;
+    params.Set("Network", "DiscoveryPort", "47697");
+    params.Set("Network", "DiscoveryWaitMs", "50");
+    return params;
+  }
+
   const std::thread::id test_thread_ = std::this_thread::get_id();
   EngineLog log_;
-  SuperGridClient client_{MParams()};
+  SuperGridClient client_{Parameters()};
   int calls_ = 0;
   const ResultCallback never_ = [this](const SEResultToken&) { ++calls_; };
 };
@@ -49,10 +57,11 @@ TEST_F(WithoutEngine, AttachingFailsNamingTheEngineAndDetachingFails) {
   const QuarroSpec spec{.protocol_version = 1,
                         .engine_version = (1U << 16U) | 1U,
                         .threads = 8,
-                        .port = 4520,
-                        .ipv4_address = 0xc0a80107};
-  EXPECT_EQ(ReasonOf([&] { client_.AttachEngine(spec); }),
-            "the engine at 192.168.1.7:4520, 8 threads, engine 1.1, protocol 1 cannot be reached");
+                        .port = 1,
+                        .ipv4_address = 0x7f000001};
+  EXPECT_THAT(ReasonOf([&] { client_.AttachEngine(spec); }),
+              HasSubstr("the engine at 127.0.0.1:1, 8 threads, engine 1.1, protocol 1: cannot be "
+                        "reached"));
   EXPECT_EQ(ReasonOf([&] { client_.DetachEngine(); }), kNotAttached);
 }
 

@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "gridding/core/refinement.h"
@@ -23,12 +24,16 @@ class MemoryGate {
   // Waits until `bytes` are free; more than there are at all count as all of them.
   void Acquire(std::uint64_t bytes);
   void Release(std::uint64_t bytes);
+  // Keeps what is told of the first cell that needs more by itself than there is.
+  void NoteExcess(const std::string& text);
+  std::string Excess();  // empty: none did
 
  private:
   const std::uint64_t bytes_;
-  std::mutex mutex_;  // guards used_
   std::condition_variable changed_;
+  std::mutex mutex_;  // guards all below
   std::uint64_t used_ = 0;
+  std::string excess_;
 };
 
 struct RefinedCell {
@@ -38,8 +43,8 @@ struct RefinedCell {
 };
 
 // Refines blocks one after another. It holds three rows of cells of a block, so that each cell's
-// soundings are read about once, or only a cell and its neighbours where three rows of them are
-// more than the gate gives. One thread at a time.
+// soundings are read about once, or only a cell and what it needs of its neighbours where three
+// rows of them are more than the gate gives. One thread at a time.
 class BlockRefiner {
  public:
   // The references must outlive this.
@@ -60,7 +65,13 @@ class BlockRefiner {
   void RefineCell(core::CellIndex cell, std::int32_t row, std::int32_t column,
                   const TraceList& traces, RefinedCell& out);
   const core::CellSoundings* Soundings(core::CellIndex cell, std::int32_t row, std::int32_t column);
-  void ForgetAllBut(std::int32_t row, std::int32_t column);
+  void RefineLargeCell(core::CellIndex cell, std::int32_t row, std::int32_t column,
+                       const TraceList& traces, RefinedCell& out);
+  void CheckMemory(core::CellIndex cell, std::uint64_t soundings);
+  void KeepWithinReach(double east_m, double north_m, core::CellSoundings& cell) const;
+  Slot& SlotAt(std::int32_t row, std::int32_t column) {
+    return slots_[static_cast<std::size_t>(row % 3)][static_cast<std::size_t>(column)];
+  }
 
   store::Snapshot& snapshot_;
   const core::GridSettings settings_;
@@ -72,6 +83,7 @@ class BlockRefiner {
   std::array<std::uint64_t, CellBlocks::kRingCells> counts_{};
   std::array<std::uint32_t, CellBlocks::kRingCells> nodes_per_side_{};
   std::array<std::array<Slot, CellBlocks::kRingSide>, 3> slots_;  // row modulo 3, column
+  double reach_m_ = 0.0;  // above 0: what lies farther than this from the cell's node is not held
   store::Bytes bytes_;
   std::vector<store::Snapshot::LineRun> runs_;
 };

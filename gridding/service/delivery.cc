@@ -9,11 +9,15 @@
 namespace quarro::service {
 
 Delivery::Delivery() {
-  threads_.emplace_back([this] { RunInOrder(); });
-  threads_.emplace_back([this] { RunAsTheyCome(replies_); });
-  for (int i = 0; i < kFreeThreads; ++i) {
-    threads_.emplace_back([this] { RunAsTheyCome(results_); });
-  }
+  const auto start = [this](auto run) {
+    threads_.emplace_back([run, sink = CurrentEngineLogSink()] {
+      const EngineLogScope scope(sink);
+      run();
+    });
+  };
+  start([this] { RunInOrder(); });
+  start([this] { RunAsTheyCome(replies_); });
+  for (int i = 0; i < kFreeThreads; ++i) start([this] { RunAsTheyCome(results_); });
 }
 
 Delivery::~Delivery() {
@@ -43,14 +47,22 @@ RequestPtr Delivery::Accept(ResultCallback on_done, RequestKind kind, Order orde
 
 void Delivery::Deliver(const RequestPtr& request, std::unique_ptr<SEBaseResult> result,
                        std::uint64_t bytes) {
-  Announce(request, pool_.Put(*request, std::move(result), bytes));
+  const SEResultToken token = pool_.Put(*request, std::move(result), bytes);
+  std::unique_lock lock(mutex_);
+  // A result that was on its way here while those asked for before a time were failed.
+  if (IsGridResult(request->kind) && request->sequence < failed_before_) {
+    const Failure failure = *failure_;
+    lock.unlock();
+    pool_.Replace(token.uid, failure);
+    lock.lock();
+  }
+  QueueOf(*request).push_back({request, token});
+  lock.unlock();
+  changed_.notify_all();
 }
 
-void Delivery::Fail(const RequestPtr& request, std::exception_ptr failure) {
-  Announce(request, pool_.PutFailure(*request, AsEngineFailure(std::move(failure))));
-}
-
-void Delivery::Announce(const RequestPtr& request, const SEResultToken& token) {
+void Delivery::Fail(const RequestPtr& request, const std::exception_ptr& failure) {
+  const SEResultToken token = pool_.PutFailure(*request, Failure(failure));
   {
     const std::lock_guard lock(mutex_);
     QueueOf(*request).push_back({request, token});
@@ -64,20 +76,22 @@ std::deque<Delivery::Announcement>& Delivery::QueueOf(const Request& request) {
 }
 
 void Delivery::FailUnannounced(std::uint64_t sequence, const std::exception_ptr& failure) {
+  const Failure reason(failure);
   std::vector<std::uint32_t> uids;
   {
     const std::lock_guard lock(mutex_);
+    failed_before_ = std::max(failed_before_, sequence);
+    failure_ = reason;
     for (const Announcement& waiting : results_) {
       if (waiting.request->sequence < sequence) uids.push_back(waiting.token.uid);
     }
   }
-  for (const std::uint32_t uid : uids) pool_.Replace(uid, AsEngineFailure(failure));
+  for (const std::uint32_t uid : uids) pool_.Replace(uid, reason);
 }
 
 void Delivery::WaitForAll() {
   std::unique_lock lock(mutex_);
-  const std::uint64_t end = next_sequence_;
-  changed_.wait(lock, [&] { return outstanding_.empty() || *outstanding_.begin() >= end; });
+  changed_.wait(lock, [this] { return outstanding_.empty(); });
 }
 
 void Delivery::WaitFor(const RequestPtr& request) {

@@ -7,10 +7,12 @@
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <thread>
 #include <vector>
 
+#include "gridding/service/failures.h"
 #include "gridding/service/request.h"
 #include "gridding/service/result_pool.h"
 
@@ -40,16 +42,16 @@ class Delivery {
   void Deliver(const RequestPtr& request, std::unique_ptr<SEBaseResult> result,
                std::uint64_t bytes);
   // The same with a failure, of whatever class.
-  void Fail(const RequestPtr& request, std::exception_ptr failure);
+  void Fail(const RequestPtr& request, const std::exception_ptr& failure);
 
   // Fails resolution, depth and hypotheses results accepted before `sequence` whose call-back has
-  // not begun.
+  // not begun, those included that are delivered later.
   void FailUnannounced(std::uint64_t sequence, const std::exception_ptr& failure);
 
   ResultPool& pool() { return pool_; }
 
-  // Wait until the call-backs of all requests accepted so far, or of this one, have returned. Not
-  // on a thread of call-backs.
+  // Wait until the call-backs of all requests, those included that call-backs make meanwhile, or of
+  // this one have returned. Not on a thread of call-backs.
   void WaitForAll();
   void WaitFor(const RequestPtr& request);
   // Waits until the call-back of a delivered resolution, depth or hypotheses request has begun.
@@ -64,7 +66,6 @@ class Delivery {
     RequestPtr request;
     SEResultToken token;
   };
-  void Announce(const RequestPtr& request, const SEResultToken& token);
   std::deque<Announcement>& QueueOf(const Request& request);
   void RunInOrder();
   void RunAsTheyCome(std::deque<Announcement>& queue);
@@ -78,6 +79,8 @@ class Delivery {
   std::deque<Announcement> results_;
   std::deque<Announcement> replies_;
   std::uint64_t next_sequence_ = 1;
+  std::uint64_t failed_before_ = 0;  // results of earlier requests fail with the next
+  std::optional<Failure> failure_;
   bool stopping_ = false;
   std::vector<std::thread> threads_;  // constant after construction
 };

@@ -85,6 +85,40 @@ TEST(Delivery, AFailureIsThrownWithItsReasonAndItsClass) {
   EXPECT_THROW(delivery.pool().Take(odd), ExSGClientBase);
 }
 
+TEST(Delivery, AResultOnItsWayWhileEarlierOnesAreFailedFailsToo) {
+  Replies replies;
+  Delivery delivery;
+  const auto early = delivery.Accept(replies.Expect(), RequestKind::kDepth, Order::kFree);
+  const auto query = delivery.Accept(replies.Expect(), RequestKind::kQuery, Order::kFree);
+  const auto drop = delivery.Accept(replies.Expect(), RequestKind::kDropGrid, Order::kInOrder);
+  const auto late = delivery.Accept(replies.Expect(), RequestKind::kDepth, Order::kFree);
+  delivery.FailUnannounced(drop->sequence, std::make_exception_ptr(ExSGClientBase("dropped")));
+  for (const auto& request : {early, query, drop, late}) {
+    delivery.Deliver(request, Ack(), 0);
+    delivery.WaitFor(request);
+  }
+  const auto tokens = replies.Tokens();
+  EXPECT_EQ(ReasonOf([&] { delivery.pool().Take(tokens[0].uid); }), "dropped");
+  for (const std::size_t kept : {1U, 2U, 3U}) {
+    EXPECT_NO_THROW(delivery.pool().Take(tokens[kept].uid));
+  }
+}
+
+TEST(Delivery, WaitingForAllWaitsForWhatCallBacksAskFor) {
+  Replies replies;
+  Delivery delivery;
+  const auto last = replies.Expect("second");
+  const auto first = delivery.Accept(
+      [&](const SEResultToken&) {
+        const auto second = delivery.Accept(last, RequestKind::kDepth, Order::kFree);
+        delivery.Deliver(second, Ack(), 0);
+      },
+      RequestKind::kQuery, Order::kFree);
+  delivery.Deliver(first, Ack(), 0);
+  delivery.WaitForAll();
+  EXPECT_THAT(replies.Names(), ElementsAre("second"));
+}
+
 TEST(Delivery, ATokenTellsTheSizeCappedAtTheLargestNumber) {
   Replies replies;
   Delivery delivery;

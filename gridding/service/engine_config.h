@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <string>
 
 #include "gridding/core/settings.h"
 #include "gridding/survey/georeference.h"
@@ -19,6 +21,10 @@ struct EngineConfig {
   core::EstimatorSettings estimator;
   core::RefinementSettings refinement;
   survey::UncertaintyModel uncertainty;
+
+  // Gives the path under which the file of a line is opened, from its name in the request; throws
+  // ExSGClientBase for a file that is not to be read. Called on the grid thread. Empty: the name.
+  std::function<std::string(const std::string& file_name)> find_line;
 
   // Results larger than this are kept in a file in the working directory.
   std::uint64_t result_heap_bytes = std::uint64_t{16} << 20U;

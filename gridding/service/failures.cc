@@ -29,4 +29,29 @@ std::string ReasonOf(const std::exception_ptr& failure) {
   }
 }
 
+Failure::Failure(const std::exception_ptr& failure) {
+  try {
+    std::rethrow_exception(AsEngineFailure(failure));
+  } catch (const ExSGCNoGrid& e) {
+    kind_ = Kind::kNoGrid;
+    reason_ = e.who();
+  } catch (const ExSGCServerResources& e) {
+    kind_ = Kind::kResources;
+    reason_ = e.who();
+  } catch (const ExSGClientBase& e) {
+    reason_ = e.who();
+  }
+}
+
+void Failure::Throw() const {
+  switch (kind_) {
+    case Kind::kNoGrid:
+      throw ExSGCNoGrid(reason_);
+    case Kind::kResources:
+      throw ExSGCServerResources(reason_);
+    default:
+      throw ExSGClientBase(reason_);
+  }
+}
+
 }  // namespace quarro::service

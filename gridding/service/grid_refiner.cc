@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -11,7 +12,10 @@
 #include "gridding/service/block_chooser.h"
 #include "gridding/service/block_refiner.h"
 #include "gridding/service/cell_blocks.h"
+#include "gridding/service/engine_log.h"
 #include "gridding/service/estimated_blocks.h"
+#include "gridding/service/failures.h"
+#include "gridding/service/task_body.h"
 
 namespace quarro::service {
 
@@ -51,6 +55,7 @@ class WorkerPool {
     idle_.pop_back();
     return taken;
   }
+  std::string MemoryExcess() { return gate_.Excess(); }
   void Return(std::unique_ptr<Worker> worker) {
     const std::lock_guard lock(mutex_);
     idle_.push_back(std::move(worker));
@@ -62,52 +67,103 @@ class WorkerPool {
   std::vector<std::unique_ptr<Worker>> idle_;
 };
 
+// Gives blocks out to the threads, and keeps the first failure. Any thread.
+class BlockStream {
+ public:
+  // As many results are in work at the same time as there are `slots`. The references must outlive
+  // this.
+  BlockStream(const CellBlocks& cells, const CancelFlag& cancelled, std::size_t slots)
+      : cancelled_(cancelled),
+        next_(cells.blocks().begin()),
+        end_(cells.blocks().end()),
+        results_(slots) {
+    for (BlockResult& result : results_) free_.push_back(&result);
+  }
+  std::size_t slots() const { return results_.size(); }
+
+  // The next block, to be given back; null at the end and after a failure.
+  BlockResult* Next() {
+    const std::lock_guard lock(mutex_);
+    if (next_ == end_ || failure_ || cancelled_.IsSet()) return nullptr;
+    BlockResult* const result = free_.back();
+    free_.pop_back();
+    result->block = *next_++;
+    result->cells.clear();
+    return result;
+  }
+  void GiveBack(BlockResult* result) {
+    const std::lock_guard lock(mutex_);
+    free_.push_back(result);
+  }
+
+  // Calls `action` unless there was a failure, which this may be.
+  template <typename Action>
+  void Do(const Action& action) {
+    if (HasFailed()) return;
+    try {
+      action();
+    } catch (...) {
+      const Failure caught(std::current_exception());
+      const std::lock_guard lock(mutex_);
+      if (!failure_) failure_ = caught;
+    }
+  }
+  // Throws the failure.
+  void Finish() {
+    const std::lock_guard lock(mutex_);
+    if (failure_) failure_->Throw();
+    ThrowIfCancelled(cancelled_);
+  }
+
+ private:
+  bool HasFailed() {
+    const std::lock_guard lock(mutex_);
+    return failure_.has_value();
+  }
+
+  const CancelFlag& cancelled_;
+  std::mutex mutex_;  // guards all below
+  CellBlocks::Blocks::const_iterator next_;
+  const CellBlocks::Blocks::const_iterator end_;
+  std::vector<BlockResult> results_;  // each of the thread that works on it
+  std::vector<BlockResult*> free_;
+  std::optional<Failure> failure_;
+};
+
 // Calls work(worker, block, cells) for every block on `threads` threads, and take(result) for each
 // result, one at a time and in the order of the blocks.
 template <typename Work, typename Take>
 void ForEachBlock(const CellBlocks& cells, WorkerPool& workers, std::uint32_t threads,
                   const CancelFlag& cancelled, const Work& work, const Take& take) {
-  using ResultPtr = std::shared_ptr<BlockResult>;
-  // Results pass from thread to thread in the pipeline; these order what the threads read and
-  // write, which the library does too, but unseen by a sanitizer.
-  std::mutex hand_over;
-  std::mutex taking;
-  const auto order = [&] { const std::lock_guard lock(hand_over); };
-  auto next = cells.blocks().begin();
-  const auto next_block = [&](tbb::flow_control& control) -> ResultPtr {
-    const std::lock_guard lock(hand_over);
-    if (next == cells.blocks().end() || cancelled.IsSet()) {
-      control.stop();
-      return nullptr;
-    }
-    auto result = std::make_shared<BlockResult>();
-    result->block = *next++;
+  using tbb::filter_mode;
+  BlockStream blocks(cells, cancelled, 2 * std::size_t{threads});
+  const auto next_block = [&](tbb::flow_control& control) {
+    BlockResult* const result = blocks.Next();
+    if (result == nullptr) control.stop();
     return result;
   };
-  const auto work_on = [&](const ResultPtr& result) -> ResultPtr {
-    order();
+  const auto work_on = [&](BlockResult* result) {
     auto worker = workers.Take();
-    work(*worker, result->block, result->cells);
+    blocks.Do([&] { work(*worker, result->block, result->cells); });
     workers.Return(std::move(worker));
-    order();
     return result;
   };
-  const auto take_result = [&](const ResultPtr& result) {
-    order();
-    const std::lock_guard lock(taking);
-    take(*result);
+  const auto take_result = [&](BlockResult* result) {
+    blocks.Do([&] { take(*result); });
+    blocks.GiveBack(result);
   };
-  order();
+  HandOver hand_over;
+  const auto first = tbb::make_filter<void, BlockResult*>(filter_mode::serial_in_order,
+                                                          TaskBody(hand_over, next_block));
+  const auto second = tbb::make_filter<BlockResult*, BlockResult*>(filter_mode::parallel,
+                                                                   TaskBody(hand_over, work_on));
+  const auto third = tbb::make_filter<BlockResult*, void>(filter_mode::serial_in_order,
+                                                          TaskBody(hand_over, take_result));
+  hand_over.Cross();
   tbb::task_arena arena(static_cast<int>(threads));
-  arena.execute([&] {
-    tbb::parallel_pipeline(
-        2 * static_cast<std::size_t>(threads),
-        tbb::make_filter<void, ResultPtr>(tbb::filter_mode::serial_in_order, next_block) &
-            tbb::make_filter<ResultPtr, ResultPtr>(tbb::filter_mode::parallel, work_on) &
-            tbb::make_filter<ResultPtr, void>(tbb::filter_mode::serial_in_order, take_result));
-  });
-  const std::lock_guard lock(taking);
-  ThrowIfCancelled(cancelled);
+  arena.execute([&] { tbb::parallel_pipeline(blocks.slots(), first & second & third); });
+  hand_over.Cross();
+  blocks.Finish();
 }
 
 CellBlocks CellsToEstimate(OpenGrid& grid, const std::string& settings_text) {
@@ -154,6 +210,9 @@ RefinementSummary RefineGrid(OpenGrid& grid, const TraceList& traces,
         worker.refiner.Refine(block.first, block.second, traces, cells);
       },
       [&](const BlockResult& result) { estimated.Add(result.block.first, result.cells); });
+
+  const std::string excess = workers.MemoryExcess();
+  if (!excess.empty()) LogEngine(kLogWarning, excess);
 
   // A node asks nodes of the cells around its own, so their choice is open again too.
   const bool ask = grid.settings.estimator.ask_neighbours;

@@ -104,8 +104,6 @@ void GridSession::Finish() {
     const std::lock_guard lock(mutex_);
     if (std::exchange(finished_, true)) return;
   }
-  grid_work_.WaitUntilIdle();
-  requests_.WaitUntilIdle();
   delivery_.WaitForAll();
   current_.Set(nullptr);
 }

@@ -37,8 +37,9 @@ class GridSession {
   GridSession(const GridSession&) = delete;
   GridSession& operator=(const GridSession&) = delete;
 
-  // Carries out what was accepted, waits until its call-backs have returned, and closes the grid.
-  // Not on a call-back's thread. Nothing may be asked for afterwards.
+  // Carries out what was accepted, what call-backs ask for meanwhile included, waits until its
+  // call-backs have returned, and closes the grid. Not on a call-back's thread. Nothing may be
+  // asked for afterwards.
   void Finish();
 
   void RequestServerStatistics(const ResultCallback& on_done);
@@ -96,6 +97,7 @@ class GridSession {
   Finished RunLine(const std::shared_ptr<LineJob>& job, const CancelFlag& cancelled);
   void Ingest(LineJob& job, const CancelFlag& cancelled, ResultLineAdded& result);
   void StartFeed(LineJob& job);
+  void StartFeedAhead(LineJob& job);
   void EndGridChange(std::uint64_t sequence);
   void Synchronise();
   OpenGrid& GridForWork();

@@ -186,7 +186,7 @@ void GridSession::Ingest(LineJob& job, const CancelFlag& cancelled, ResultLineAd
   }
   // The line that follows is read ahead while this one is in work, unless this one may decide the
   // zone.
-  if (next && ZoneForLines(grid, config_) != 0) StartFeed(*next);
+  if (next && ZoneForLines(grid, config_) != 0) StartFeedAhead(*next);
   LogEngine(kLogStep,
             "line " + std::to_string(job.line_id) + " " + Quoted(job.file_name) + " begins");
   const survey::BeamAccount account =
@@ -208,8 +208,17 @@ void GridSession::Ingest(LineJob& job, const CancelFlag& cancelled, ResultLineAd
 void GridSession::StartFeed(LineJob& job) {
   if (job.feed) return;
   const OpenGrid& grid = GridForWork();
-  job.feed = std::make_unique<LineFeed>(job.file_name, grid.lattice, ZoneForLines(grid, config_),
+  const std::string path = config_.find_line ? config_.find_line(job.file_name) : job.file_name;
+  job.feed = std::make_unique<LineFeed>(path, grid.lattice, ZoneForLines(grid, config_),
                                         config_.uncertainty);
+}
+
+void GridSession::StartFeedAhead(LineJob& job) {
+  try {
+    StartFeed(job);
+  } catch (const ExSGClientBase&) {
+    // A file that is not to be read is told of when its line's turn has come.
+  }
 }
 
 void GridSession::Synchronise() {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "gridding/service/engine_log.h"
 #include "support/exceptions.h"
 
 namespace quarro::service {
@@ -20,7 +21,12 @@ void ThrowIfCancelled(const CancelFlag& cancelled) {
 }
 
 JobQueue::JobQueue(int threads, Delivery& delivery) : delivery_(delivery) {
-  for (int i = 0; i < threads; ++i) threads_.emplace_back([this] { Run(); });
+  for (int i = 0; i < threads; ++i) {
+    threads_.emplace_back([this, sink = CurrentEngineLogSink()] {
+      const EngineLogScope scope(sink);
+      Run();
+    });
+  }
 }
 
 JobQueue::~JobQueue() {
@@ -107,15 +113,16 @@ void JobQueue::Run() {
     running_.erase(std::find(running_.begin(), running_.end(), entry));
     changed_.notify_all();
     lock.unlock();
-    Announce(entry->request, std::move(finished), std::move(failure));
+    Announce(entry->request, std::move(finished), failure);
     if (entry->request->order == Order::kFree) delivery_.WaitUntilBegun(entry->request);
     lock.lock();
   }
 }
 
-void JobQueue::Announce(const RequestPtr& request, Finished finished, std::exception_ptr failure) {
+void JobQueue::Announce(const RequestPtr& request, Finished finished,
+                        const std::exception_ptr& failure) {
   if (failure) {
-    delivery_.Fail(request, std::move(failure));
+    delivery_.Fail(request, failure);
   } else {
     delivery_.Deliver(request, std::move(finished.result), finished.bytes);
   }

@@ -70,7 +70,7 @@ class JobQueue {
     CancelFlag cancelled;
   };
   void Run();
-  void Announce(const RequestPtr& request, Finished finished, std::exception_ptr failure);
+  void Announce(const RequestPtr& request, Finished finished, const std::exception_ptr& failure);
 
   Delivery& delivery_;
   mutable std::mutex mutex_;  // guards all below but the threads

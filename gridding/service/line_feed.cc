@@ -15,10 +15,12 @@ namespace {
 constexpr std::size_t kChunksAhead = 4;
 constexpr auto kTooUncertain = static_cast<std::size_t>(survey::Refusal::kUncertain);
 
-// The zone of the first ping with a position on the globe, 0 when there is none.
+// The zone of the first ping that can give soundings and has a position on the globe, 0 when there
+// is none. A position that is refused must not settle the grid's zone: every good line would lie
+// outside of it.
 int FirstZone(const survey::PingChunk& chunk) {
   for (const survey::Ping& ping : chunk.pings) {
-    if (std::isfinite(ping.longitude_deg) && std::abs(ping.longitude_deg) <= 360.0 &&
+    if (!ping.incomplete && std::abs(ping.longitude_deg) <= 180.0 &&
         std::abs(ping.latitude_deg) <= 90.0) {
       return survey::UtmZoneOf(ping.longitude_deg, ping.latitude_deg);
     }
@@ -44,10 +46,11 @@ LineFeed::~LineFeed() {
   thread_.join();
 }
 
-LineFeed::FileIdentity LineFeed::Identity() {
+LineFeed::FileIdentity LineFeed::Identity(const CancelFlag& cancelled) {
   std::unique_lock lock(mutex_);
-  changed_.wait(lock, [this] { return identified_ || ended_; });
-  if (!identified_) std::rethrow_exception(failure_);
+  changed_.wait(lock, [&] { return identified_ || ended_ || cancelled.IsSet(); });
+  ThrowIfCancelled(cancelled);
+  if (!identified_) failure_->Throw();
   return identity_;
 }
 
@@ -55,7 +58,7 @@ bool LineFeed::Next(core::BinnedChunk& chunk) {
   std::unique_lock lock(mutex_);
   changed_.wait(lock, [this] { return !ready_.empty() || ended_; });
   if (ready_.empty()) {
-    if (failure_) std::rethrow_exception(failure_);
+    if (failure_) failure_->Throw();
     return false;
   }
   std::swap(chunk, ready_.front());
@@ -67,32 +70,41 @@ bool LineFeed::Next(core::BinnedChunk& chunk) {
 }
 
 void LineFeed::Run() {
-  std::exception_ptr failure;
+  std::optional<Failure> failure;
   try {
     ReadAll();
   } catch (const Stopped&) {
-    failure = nullptr;
+    failure.reset();
   } catch (...) {
-    failure = std::current_exception();
+    failure.emplace(std::current_exception());
   }
   {
     const std::lock_guard lock(mutex_);
-    failure_ = failure;
+    failure_ = std::move(failure);
     ended_ = true;
   }
   changed_.notify_all();
 }
 
-void LineFeed::ReadAll() {
+void LineFeed::ReadIdentity() {
   FileIdentity identity;
-  identity.digest = survey::DigestOfFile(path_, identity.bytes);
+  identity.digest = survey::DigestOfFile(path_, identity.bytes, [this] {
+    {
+      const std::lock_guard lock(mutex_);
+      if (stop_) throw Stopped();
+    }
+    changed_.notify_all();  // who waits for the identity looks whether it is still wanted
+  });
   {
     const std::lock_guard lock(mutex_);
     identity_ = identity;
     identified_ = true;
   }
   changed_.notify_all();
+}
 
+void LineFeed::ReadAll() {
+  ReadIdentity();
   const std::unique_ptr<survey::LineReader> reader = survey::OpenLine(path_);
   std::optional<survey::Georeferencer> georeferencer;
   survey::BeamAccount& account = summary_.account;

@@ -6,14 +6,16 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <exception>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "gridding/core/binning.h"
 #include "gridding/core/lattice.h"
+#include "gridding/service/failures.h"
+#include "gridding/service/job_queue.h"
 #include "gridding/survey/georeference.h"
 #include "gridding/survey/soundings.h"
 
@@ -35,8 +37,9 @@ class LineFeed {
     std::array<std::byte, 16> digest{};
     std::uint64_t bytes = 0;
   };
-  // Waits until the file has been read once. Throws what stopped that.
-  FileIdentity Identity();
+  // Waits until the file has been read once. Throws what stopped that, and ExSGClientBase soon
+  // after the flag is set.
+  FileIdentity Identity(const CancelFlag& cancelled);
 
   // The next chunk, or false at the end. Throws what stopped the reading.
   bool Next(core::BinnedChunk& chunk);
@@ -54,6 +57,7 @@ class LineFeed {
   struct Stopped {};
   void Run();
   void ReadAll();
+  void ReadIdentity();
   core::BinnedChunk TakeSpare();
   void Hand(core::BinnedChunk chunk);
 
@@ -69,7 +73,7 @@ class LineFeed {
   std::deque<core::BinnedChunk> ready_;
   std::vector<core::BinnedChunk> spare_;  // their memory is used again
   bool ended_ = false;
-  std::exception_ptr failure_;
+  std::optional<Failure> failure_;
   bool stop_ = false;
   std::thread thread_;
 };

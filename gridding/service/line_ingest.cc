@@ -32,7 +32,7 @@ survey::BeamAccount IngestLine(OpenGrid& grid, const EngineConfig& config, const
                                const std::string& file_name, LineFeed& feed,
                                const CancelFlag& cancelled) {
   ThrowIfCancelled(cancelled);
-  const LineFeed::FileIdentity identity = feed.Identity();
+  const LineFeed::FileIdentity identity = feed.Identity(cancelled);
   if (!config.allow_duplicate_lines) RefuseDuplicate(grid, identity);
 
   const auto writer = grid.store->BeginLine();

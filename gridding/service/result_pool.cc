@@ -35,7 +35,7 @@ SEResultToken ResultPool::Put(const Request& request, std::unique_ptr<SEBaseResu
   return Insert(request, std::move(entry));
 }
 
-SEResultToken ResultPool::PutFailure(const Request& request, std::exception_ptr failure) {
+SEResultToken ResultPool::PutFailure(const Request& request, Failure failure) {
   Entry entry;
   entry.failure = std::move(failure);
   return Insert(request, std::move(entry));
@@ -66,11 +66,11 @@ std::unique_ptr<SEBaseResult> ResultPool::Take(std::uint32_t uid) {
     entry = std::move(found->second);
     entries_.erase(found);
   }
-  if (entry.failure) std::rethrow_exception(entry.failure);
+  if (entry.failure) entry.failure->Throw();
   return std::move(entry.result);
 }
 
-void ResultPool::Replace(std::uint32_t uid, const std::exception_ptr& failure) {
+void ResultPool::Replace(std::uint32_t uid, const Failure& failure) {
   std::unique_ptr<SEBaseResult> dropped;  // destroyed without the lock
   const std::lock_guard lock(mutex_);
   const auto found = entries_.find(uid);
@@ -94,8 +94,8 @@ void ResultPool::PurgeIf(const Matches& matches) {
       continue;
     }
     entry.bytes = 0;
-    entry.failure = std::make_exception_ptr(ExSGClientBase(
-        "result " + std::to_string(entry.result_number) + " was purged before it was fetched"));
+    entry.failure = Failure("result " + std::to_string(entry.result_number) +
+                            " was purged before it was fetched");
   }
 }
 
@@ -118,6 +118,13 @@ std::size_t ResultPool::size() const {
   return entries_.size();
 }
 
+std::uint64_t ResultPool::bytes() const {
+  const std::lock_guard lock(mutex_);
+  std::uint64_t sum = 0;
+  for (const auto& [uid, entry] : entries_) sum += entry.bytes;
+  return sum;
+}
+
 std::vector<std::string> ResultPool::Describe() const {
   std::vector<std::string> lines;
   const std::lock_guard lock(mutex_);
@@ -127,7 +134,7 @@ std::vector<std::string> ResultPool::Describe() const {
     line << "token " << uid << ": " << RequestKindText(entry.kind);
     if (IsGridResult(entry.kind)) line << " result " << entry.result_number;
     if (entry.failure) {
-      line << ", failed (" << ReasonOf(entry.failure) << ")";
+      line << ", failed (" << entry.failure->reason() << ")";
     } else {
       line << ", " << entry.bytes << " bytes";
     }

@@ -2,16 +2,17 @@
 #pragma once
 
 #include <cstdint>
-#include <exception>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "engine/result_token.h"
 #include "engine/results.h"
+#include "gridding/service/failures.h"
 #include "gridding/service/request.h"
 
 namespace quarro::service {
@@ -23,14 +24,14 @@ class ResultPool {
   SEResultToken Put(const Request& request, std::unique_ptr<SEBaseResult> result,
                     std::uint64_t bytes);
   // Puts a failure in: Take throws it.
-  SEResultToken PutFailure(const Request& request, std::exception_ptr failure);
+  SEResultToken PutFailure(const Request& request, Failure failure);
 
   // Hands over what `uid` names, once. Throws the failure, and ExSGClientBase for a uid that names
   // nothing.
   std::unique_ptr<SEBaseResult> Take(std::uint32_t uid);
 
   // Makes a waiting entry a failure; an entry that was fetched already stays gone.
-  void Replace(std::uint32_t uid, const std::exception_ptr& failure);
+  void Replace(std::uint32_t uid, const Failure& failure);
 
   // Drops waiting resolution, depth and hypotheses results; Take then tells that they were purged.
   void Purge(const std::set<std::uint32_t>& result_numbers);
@@ -40,6 +41,7 @@ class ResultPool {
   void MarkAnnounced(std::uint32_t uid);
 
   std::size_t size() const;
+  std::uint64_t bytes() const;  // of all that waits
   // One line of text for each entry.
   std::vector<std::string> Describe() const;
 
@@ -50,7 +52,7 @@ class ResultPool {
     std::uint64_t bytes = 0;
     bool announced = false;
     std::unique_ptr<SEBaseResult> result;
-    std::exception_ptr failure;
+    std::optional<Failure> failure;
   };
   SEResultToken Insert(const Request& request, Entry entry);
   template <typename Matches>

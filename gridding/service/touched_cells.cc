@@ -1,13 +1,14 @@
 #include "gridding/service/touched_cells.h"
 
 #include <algorithm>
-#include <atomic>
 #include <utility>
 
 #include <tbb/blocked_range.h>
 #include <tbb/enumerable_thread_specific.h>
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
+
+#include "gridding/service/task_body.h"
 
 namespace quarro::service {
 
@@ -23,23 +24,21 @@ struct TouchedCells::Compute {
   Compute(const core::GridSettings& settings, std::uint32_t threads)
       : arena(static_cast<int>(threads)), estimators(settings) {}
 
-  // Calls body(i) for each i below `count`. The two counters order what the threads read and write
-  // before, in and after it: the library that runs them does so too, but a sanitizer cannot see it.
+  // Calls body(i) for each i below `count`.
   template <typename Body>
   void ForEach(std::size_t count, const Body& body) {
-    begun.fetch_add(1, std::memory_order_release);
+    const auto task = [&body](const tbb::blocked_range<std::size_t>& range) {
+      for (std::size_t i = range.begin(); i != range.end(); ++i) body(i);
+    };
+    hand_over.Cross();
     arena.execute([&] {
-      tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count, kCellsATask), [&](const auto& r) {
-        begun.load(std::memory_order_acquire);
-        for (std::size_t i = r.begin(); i != r.end(); ++i) body(i);
-        ended.fetch_add(1, std::memory_order_release);
-      });
+      tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count, kCellsATask),
+                        TaskBody(hand_over, task));
     });
-    ended.load(std::memory_order_acquire);
+    hand_over.Cross();
   }
 
-  std::atomic<std::uint64_t> begun = 0;
-  std::atomic<std::uint64_t> ended = 0;
+  HandOver hand_over;
   tbb::task_arena arena;
   tbb::enumerable_thread_specific<core::LowResolutionEstimator> estimators;
 };

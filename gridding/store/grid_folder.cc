@@ -100,6 +100,7 @@ std::uint64_t BytesInFolder(const fs::path& folder) {
   std::error_code error;
   for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
        entry.increment(error)) {
+    if (entry->path().filename().string().rfind(kDatabaseFile, 0) != 0) continue;
     std::error_code gone;
     const std::uintmax_t size = entry->file_size(gone);
     if (!gone) bytes += size;

@@ -13,7 +13,8 @@ void CheckGridName(const std::string& name);
 void CheckWorkingDirectory(const std::filesystem::path& working_directory);
 // Waits until a file's or folder's own bytes (for a folder its entries) are on the disc.
 void SyncToDisc(const std::filesystem::path& path);
-// Bytes of the files in a grid's folder. Files that vanish meanwhile are not counted.
+// Bytes of the database and its log in a grid's folder. Files that vanish meanwhile are not
+// counted.
 std::uint64_t BytesInFolder(const std::filesystem::path& folder);
 
 // A folder in the making, under a name that no grid can have. What was not put in place is removed.

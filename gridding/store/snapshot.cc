@@ -182,7 +182,7 @@ void SqliteSnapshot::AppendSoundings(CellIndex cell, Bytes& out, std::vector<Lin
   const ResetAtEnd reset(select);
   const std::int64_t key = KeyOf(cell);
   select.Bind(1, key);
-  while (select.Step([cell] { return "reading the soundings of " + Describe(cell); })) {
+  for (std::int64_t blocks = 0; StepToBlock(select, cell, blocks); ++blocks) {
     const auto block = select.Blob(0);
     const std::int64_t line = select.Integer(2);
     if (BlockChecksum(block, key, line, select.Integer(3)) != select.Integer(1)) {
@@ -194,6 +194,29 @@ void SqliteSnapshot::AppendSoundings(CellIndex cell, Bytes& out, std::vector<Lin
       runs.push_back({.line = static_cast<std::uint32_t>(line), .bytes = 0});
     }
     runs.back().bytes += block.size();
+  }
+}
+
+// A failure names the line whose block comes after the `blocks` of the cell that were read.
+bool SqliteSnapshot::StepToBlock(Statement& select, CellIndex cell, std::int64_t blocks) {
+  try {
+    return select.Step([cell] { return "reading the soundings of " + Describe(cell); });
+  } catch (const StoreError& failure) {
+    throw StoreError(failure.what() + LineOfBlock(cell, blocks));
+  }
+}
+
+// " from line 3 (c.gsf)", as the index tells it; nothing where that cannot be read either.
+std::string SqliteSnapshot::LineOfBlock(CellIndex cell, std::int64_t block) {
+  try {
+    Statement select(reader_->connection,
+                     "SELECT line FROM soundings WHERE cell = ? ORDER BY line, part "
+                     "LIMIT 1 OFFSET ?");
+    select.Bind(1, KeyOf(cell)).Bind(2, block);
+    const bool found = select.Step([] { return std::string(); });
+    return found ? " from " + DescribeLine(select.Integer(0)) : std::string();
+  } catch (const StoreError&) {
+    return {};
   }
 }
 

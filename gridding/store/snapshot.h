@@ -60,6 +60,8 @@ class SqliteSnapshot : public Snapshot {
  private:
   void EndTransaction();
   std::string DescribeLine(std::int64_t sequence);
+  bool StepToBlock(Statement& select, CellIndex cell, std::int64_t blocks);
+  std::string LineOfBlock(CellIndex cell, std::int64_t block);
 
   ReaderPool& pool_;
   std::unique_ptr<Reader> reader_;

@@ -12,7 +12,8 @@
 
 namespace quarro::survey {
 
-std::array<std::byte, 16> DigestOfFile(const std::string& path, std::uint64_t& bytes) {
+std::array<std::byte, 16> DigestOfFile(const std::string& path, std::uint64_t& bytes,
+                                       const std::function<void()>& between) {
   const FileBytes file(path);
   const std::unique_ptr<XXH3_state_t, decltype(&XXH3_freeState)> state(XXH3_createState(),
                                                                        &XXH3_freeState);
@@ -20,7 +21,10 @@ std::array<std::byte, 16> DigestOfFile(const std::string& path, std::uint64_t& b
   XXH3_128bits_reset(state.get());
   std::vector<std::byte> block(std::size_t{1} << 20U);
   bytes = 0;
-  while (const std::size_t got = file.ReadAt(bytes, block)) {
+  for (;;) {
+    between();
+    const std::size_t got = file.ReadAt(bytes, block);
+    if (got == 0) break;
     XXH3_128bits_update(state.get(), block.data(), got);
     bytes += got;
   }

@@ -4,13 +4,16 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace quarro::survey {
 
 // XXH3 with 128 bits in its canonical (big-endian) order, the same on every machine; fast rather
 // than safe against forgery. Sets `bytes` to the number of bytes digested. Throws LineError when
-// the file cannot be read.
-std::array<std::byte, 16> DigestOfFile(const std::string& path, std::uint64_t& bytes);
+// the file cannot be read. `between` is called before each MiB is read; what it throws ends the
+// reading.
+std::array<std::byte, 16> DigestOfFile(
+    const std::string& path, std::uint64_t& bytes, const std::function<void()>& between = [] {});
 
 }  // namespace quarro::survey

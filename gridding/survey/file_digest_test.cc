@@ -1,6 +1,8 @@
 // Digests tell files apart and are the same on every machine.
 #include "gridding/survey/file_digest.h"
 
+#include <stdexcept>
+
 #include <gtest/gtest.h>
 
 #include "gridding/survey/test_files.h"
@@ -35,6 +37,18 @@ TEST(FileDigest, LargeFilesDifferInOneByte) {
   EXPECT_EQ(DigestOfFile(scratch.Write("b", text), bytes), first);
   text[2'000'000] = 'y';
   EXPECT_NE(DigestOfFile(scratch.Write("c", text), bytes), first);
+}
+
+TEST(FileDigest, EndsEarlyByWhatIsThrownBetween) {
+  const ScratchDirectory scratch;
+  const std::string path = scratch.Write("a", std::string(10U << 20U, 'x'));
+  std::uint64_t bytes = 0;
+  int calls = 0;
+  const auto stop = [&calls] {
+    if (++calls == 3) throw std::runtime_error("enough");
+  };
+  EXPECT_THROW(DigestOfFile(path, bytes, stop), std::runtime_error);
+  EXPECT_EQ(bytes, 2U << 20U);
 }
 
 TEST(FileDigest, AFileThatCannotBeReadIsNamed) {

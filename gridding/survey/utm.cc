@@ -44,10 +44,10 @@ Heading::Heading(double heading_deg, const LocalFrame& frame) {
 
 struct UtmZone::Impl {
   struct ContextDelete {
-    void operator()(PJ_CONTEXT* context) const { proj_context_destroy(context); }
+    void operator()(PJ_CONTEXT* owned) const { proj_context_destroy(owned); }
   };
   struct ProjectionDelete {
-    void operator()(PJ* projection) const { proj_destroy(projection); }
+    void operator()(PJ* owned) const { proj_destroy(owned); }
   };
   std::unique_ptr<PJ_CONTEXT, ContextDelete> context;
   std::unique_ptr<PJ, ProjectionDelete> projection;

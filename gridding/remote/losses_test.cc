@@ -1,0 +1,189 @@
+// Connections that break and servers that end.
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include "gridding/remote/network_fixture.h"
+
+namespace quarro::testing {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+constexpr int kLines = 12;
+
+class Losses : public NetworkTest {
+ protected:
+  Losses() {
+    StartServer();
+    proxy_ = std::make_unique<TcpProxy>(server_->Port());
+    client_ = NewAttachedClient(proxy_->Port());
+  }
+  ~Losses() override {
+    proxy_->Mend();
+    client_.reset();
+  }
+
+  // The reason of a barrier that is waited for.
+  std::string SynchReason() {
+    return ReasonOf([&] { Synch(*client_); });
+  }
+
+  std::unique_ptr<TcpProxy> proxy_;
+  std::unique_ptr<SuperGridClient> client_;
+};
+
+TEST_F(Losses, EveryCompletionComesOnceAndInOrderThroughConnectionsThatBreak) {
+  Construct(*client_, "g");
+  Replies replies;
+  std::vector<std::string> expected;
+  for (int i = 0; i < kLines; ++i) {
+    client_->AddLine(Line(static_cast<unsigned>(i)), static_cast<std::uint32_t>(i), false,
+                     replies.Expect(std::to_string(i)));
+    expected.push_back(std::to_string(i));
+    proxy_->CutOnce();
+  }
+  replies.Wait();
+  EXPECT_EQ(replies.Names(), expected);
+  std::uint32_t id = 0;
+  for (const auto& token : replies.Tokens()) {
+    const auto line = FetchResult<ResultLineAdded>(*client_, token);
+    EXPECT_EQ(line->line_id, id++);
+    EXPECT_EQ(line->used, 19200U);
+  }
+  EXPECT_THAT(Query(*client_, 1), Contains("lines: " + std::to_string(kLines)))
+      << "no line was taken twice";
+}
+
+TEST_F(Losses, AResultCutInTheMiddleComesWholeAfterwards) {
+  Construct(*client_, "g", 10.0F, 0.5F);
+  Add(*client_, Line(1));
+  Refine(*client_);
+  const SGBoundingBox bounds = GridBounds(*client_);
+  const std::string expected = TextOf(*Depth(*client_, bounds));
+  for (const std::uint64_t bytes : {1000U, 20000U, 60000U}) {
+    proxy_->CutAfter(bytes);
+    EXPECT_EQ(TextOf(*Depth(*client_, bounds)), expected) << "cut after " << bytes << " bytes";
+  }
+}
+
+TEST_F(Losses, WorkGoesOnWhileTheConnectionIsGone) {
+  Construct(*client_, "g");
+  Replies replies;
+  for (unsigned i = 0; i < 3; ++i) client_->AddLine(Line(i), i, false, replies.Expect());
+  proxy_->Cut();
+  std::this_thread::sleep_for(std::chrono::milliseconds(700));
+  proxy_->Mend();
+  replies.Wait();
+  for (const auto& token : replies.Tokens()) {
+    EXPECT_EQ(FetchResult<ResultLineAdded>(*client_, token)->failed, 0U);
+  }
+  EXPECT_THAT(log_.Text(), HasSubstr("3 the connection to the engine at 127.0.0.1:"));
+}
+
+TEST_F(Losses, WhatIsOutstandingFailsOnceTheTimeToReconnectIsOver) {
+  Construct(*client_, "g");
+  const auto begun = std::chrono::steady_clock::now();
+  proxy_->Cut();
+  Replies replies;
+  // Asked for with the connection gone, or lost with it: both wake.
+  EXPECT_THAT(SynchReason(), ::testing::MatchesRegex("the engine at 127.0.0.1:[0-9]+ is lost: no "
+                                                     "connection for 2 s"));
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(8));
+  EXPECT_THAT(ReasonOf([&] { client_->AddLine("1.xyz", 1, false, {}); }), HasSubstr("is lost"));
+  EXPECT_FALSE(client_->SetRemoteLogLevel(3));
+  EXPECT_THAT(log_.Text(), HasSubstr("5 the engine at "));
+
+  proxy_->Mend();
+  client_->DetachEngine();
+  client_->AttachEngine(SpecOf(proxy_->Port()));
+  std::string reason;
+  // The server closes the grid once it gives the session up.
+  while ((reason = ReasonOf([&] { Load(*client_, "g"); })) != "no error") {
+    ASSERT_THAT(reason, HasSubstr("is in use by"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+}
+
+TEST_F(Losses, LinesOfALostEngineFailByTheirFlag) {
+  Construct(*client_, "g");
+  Replies replies;
+  client_->AddLine(LongLine(77), 77, false, replies.Expect());
+  client_->AddLine(LongLine(78), 78, false, replies.Expect());
+  proxy_->Cut();
+  replies.Wait();
+  const auto line = FetchResult<ResultLineAdded>(*client_, replies.Tokens()[1]);
+  EXPECT_EQ(line->line_id, 78U);
+  EXPECT_EQ(line->failed, 1U);
+}
+
+TEST_F(Losses, ANetworkThatSwallowsEverythingIsNoticed) {
+  Construct(*client_, "g");
+  const auto begun = std::chrono::steady_clock::now();
+  proxy_->Stall();
+  EXPECT_THAT(SynchReason(), HasSubstr("is lost: no connection for 2 s"));
+  // Two pings, the time to reconnect, and some time to do it.
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(20));
+}
+
+TEST_F(Losses, AServerThatEndsTellsItsClientsAndWakesWhoWaits) {
+  Construct(*client_, "g");
+  Add(*client_, Line(1), 1);
+  Replies lines;
+  for (unsigned i = 2; i < 6; ++i) client_->AddLine(LongLine(i), i, false, lines.Expect());
+  std::promise<std::string> synch;
+  client_->SynchGrid([&](const SEResultToken& token) {
+    synch.set_value(ReasonOf([&] { client_->GetResult(token); }));
+  });
+  server_->Stop();
+  lines.Wait();
+  EXPECT_NE(synch.get_future().get(), "no error");
+  EXPECT_THAT(ReasonOf([&] { Construct(*client_, "h"); }),
+              HasSubstr("is lost: the engine is shutting down"));
+  std::uint32_t failed = 0;
+  for (const auto& token : lines.Tokens()) {
+    failed += FetchResult<ResultLineAdded>(*client_, token)->failed;
+  }
+  EXPECT_GE(failed, 3U) << "what had not begun did not run";
+
+  server_.reset();
+  StartServer();
+  client_->AttachEngine(SpecOf(server_->Port()));
+  Load(*client_, "g");
+  EXPECT_THAT(Query(*client_, 1), Contains("lines: " + std::to_string(5 - failed)));
+}
+
+TEST_F(Losses, AServerThatIsGoneIsNoHindranceToDetaching) {
+  Construct(*client_, "g");
+  server_.reset();
+  EXPECT_THAT(SynchReason(), HasSubstr("is lost"));
+  client_->DetachEngine();
+  EXPECT_EQ(SynchReason(), "no engine is attached");
+  EXPECT_EQ(ReasonOf([&] { client_->DetachEngine(); }), "no engine is attached");
+}
+
+TEST_F(Losses, AServerThatForgotTheSessionIsALostEngine) {
+  Construct(*client_, "g");
+  proxy_->Cut();
+  server_.reset();
+  Set("Port", std::to_string(proxy_->Port()));
+  proxy_.reset();
+  StartServer();
+  EXPECT_THAT(SynchReason(), HasSubstr("is lost: it does not know the session any more"));
+  proxy_ = std::make_unique<TcpProxy>(server_->Port());
+}
+
+TEST_F(Losses, DestroyingAFrontEndWithoutConnectionLeavesNoCallBackPending) {
+  Construct(*client_, "g");
+  int calls = 0;
+  client_->AddLine(Line(1), 1, false, [&](const SEResultToken&) { ++calls; });
+  client_->SynchGrid([&](const SEResultToken&) { ++calls; });
+  proxy_->Cut();
+  client_.reset();
+  EXPECT_EQ(calls, 2);
+}
+
+}  // namespace
+}  // namespace quarro::testing

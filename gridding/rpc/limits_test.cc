@@ -1,0 +1,110 @@
+// What a server refuses because it would be too much.
+#include "gridding/rpc/protocol_fixture.h"
+
+namespace quarro::testing {
+namespace {
+
+using ::testing::HasSubstr;
+
+class Limits : public ProtocolTest {};
+
+TEST_F(Limits, MoreSessionsThanAllowedAreRefused) {
+  Set("MaxSessions", "2");
+  Start();
+  const std::string first = OpenId();
+  OpenId();
+  const auto refused = Open().refused();
+  EXPECT_EQ(refused.kind(), v1::Failure::OUT_OF_ROOM);
+  EXPECT_THAT(refused.reason(), HasSubstr("2 sessions, as many as MaxSessions"));
+  v1::CloseSessionRequest close;
+  close.set_session(first);
+  v1::CloseSessionReply reply;
+  EXPECT_TRUE(Call(&v1::Engine::Stub::CloseSession, close, reply).ok());
+  EXPECT_TRUE(reply.finished());
+  EXPECT_TRUE(Open().has_opened());
+}
+
+TEST_F(Limits, MoreRequestsThanMayWaitAreRefused) {
+  Set("MaxQueueLength", "3");
+  Start();
+  const std::string session = OpenId();
+  WriteStrip(directory_ / "1.xyz", {.length_m = 600});
+  Construct(session, 1);
+  Completions(session, 0, 1);
+  std::vector<v1::Failure> refused;
+  for (std::uint64_t id = 2; id < 8; ++id) {
+    const auto reply = Add(session, id, "1.xyz");
+    if (reply.has_refused()) refused.push_back(reply.refused());
+  }
+  ASSERT_FALSE(refused.empty());
+  EXPECT_EQ(refused[0].kind(), v1::Failure::OUT_OF_ROOM);
+  EXPECT_THAT(refused[0].reason(), HasSubstr("as many as MaxQueueLength"));
+}
+
+TEST_F(Limits, MoreResultsThanMayWaitAreRefused) {
+  Set("MaxWaitingResults", "2");
+  Start();
+  const std::string session = OpenId();
+  WriteStrip(directory_ / "1.xyz", {});
+  Construct(session, 1);
+  Add(session, 2, "1.xyz");
+  Completions(session, 0, 2);
+  for (std::uint64_t id = 3; id < 5; ++id) {
+    EXPECT_TRUE(RequestDepth(session, id).has_accepted());
+    Completions(session, 0, id);
+  }
+  const auto refused = RequestDepth(session, 5).refused();
+  EXPECT_EQ(refused.kind(), v1::Failure::OUT_OF_ROOM);
+  EXPECT_THAT(refused.reason(), HasSubstr("2 results waiting, as many as MaxWaitingResults"));
+  v1::PurgeRequest purge;
+  purge.set_all(true);
+  Ask(&v1::Engine::Stub::PurgeResults, purge, session, 6);
+  for (const std::uint64_t id : {3U, 4U}) {
+    v1::AnnouncementDoneRequest done;
+    done.set_session(session);
+    done.set_request_id(id);
+    v1::AnnouncementDoneReply reply;
+    Call(&v1::Engine::Stub::AnnouncementDone, done, reply);
+  }
+}
+
+TEST_F(Limits, AResultThatFindsNoRoomInThePoolFails) {
+  Set("MaxResultPoolMiB", "1");
+  Start();
+  const std::string session = OpenId();
+  WriteStrip(directory_ / "1.xyz", {.length_m = 200, .width_m = 200});
+  Construct(session, 1);
+  Add(session, 2, "1.xyz");
+  v1::GridResultRequest request;
+  // Cells without data take room like others.
+  request.mutable_box()->set_east(5000);
+  request.mutable_box()->set_north(5000);
+  Completions(session, 0, 2);
+  EXPECT_TRUE(Ask(&v1::Engine::Stub::RequestDepth, request, session, 3).has_accepted());
+  const auto events = Completions(session, 0, 3);
+  v1::FetchResultRequest fetch;
+  fetch.set_session(session);
+  fetch.set_result(events.back().completion().held().result());
+  grpc::ClientContext context;
+  const auto stream = stub_->FetchResult(&context, fetch);
+  v1::ResultChunk chunk;
+  ASSERT_TRUE(stream->Read(&chunk));
+  EXPECT_EQ(chunk.failure().kind(), v1::Failure::OUT_OF_ROOM);
+  EXPECT_THAT(chunk.failure().reason(), HasSubstr("1 MiB together (MaxResultPoolMiB"));
+}
+
+TEST_F(Limits, AMessageLargerThanAllowedIsRefused) {
+  Set("MaxMessageMiB", "1");
+  Start();
+  const std::string session = OpenId();
+  v1::AddLineRequest line;
+  line.mutable_header()->set_session(session);
+  line.mutable_header()->set_request_id(1);
+  line.set_file_name(std::string(2U << 20U, 'x'));
+  v1::RequestReply reply;
+  const auto status = Call(&v1::Engine::Stub::AddLine, line, reply);
+  EXPECT_EQ(status.error_code(), grpc::StatusCode::RESOURCE_EXHAUSTED);
+}
+
+}  // namespace
+}  // namespace quarro::testing
