@@ -82,6 +82,7 @@ TEST_F(Limits, AResultThatFindsNoRoomInThePoolFails) {
   Completions(session, 0, 2);
   EXPECT_TRUE(Ask(&v1::Engine::Stub::RequestDepth, request, session, 3).has_accepted());
   const auto events = Completions(session, 0, 3);
+  ASSERT_FALSE(events.empty());
   v1::FetchResultRequest fetch;
   fetch.set_session(session);
   fetch.set_result(events.back().completion().held().result());

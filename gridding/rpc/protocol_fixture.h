@@ -23,7 +23,7 @@ class ProtocolTest : public ::testing::Test {
     parameters_ = ParametersFor(directory_.path());
     Set("Port", "0");
     Set("DiscoveryPort", "47696");
-    Set("ReconnectSeconds", "1");
+    Set("ReconnectSeconds", "60");
     Set("SurveyDirectories", directory_.path().string());
     Slog("server").SetFilter(SlogLevel(8));
   }

@@ -106,6 +106,7 @@ TEST_F(Protocol, AResultOfOneSessionIsWorthNothingInAnother) {
   Completions(owner, 0, 2);
   EXPECT_TRUE(RequestDepth(owner, 3).has_accepted());
   const auto events = Completions(owner, 0, 3);
+  ASSERT_FALSE(events.empty());
   const std::uint32_t result = events.back().completion().held().result();
   const auto fetch = [&](const std::string& session) {
     v1::FetchResultRequest request;
@@ -151,6 +152,7 @@ TEST_F(Protocol, ASecondStreamTakesOverFromTheFirst) {
 }
 
 TEST_F(Protocol, ASessionWhoseClientStaysAwayIsEndedAndItsGridClosed) {
+  Set("ReconnectSeconds", "2");
   Start();
   const std::string session = OpenId();
   Construct(session, 1);
@@ -162,6 +164,7 @@ TEST_F(Protocol, ASessionWhoseClientStaysAwayIsEndedAndItsGridClosed) {
   for (;; ++id) {
     ASSERT_TRUE(Ask(&v1::Engine::Stub::LoadGrid, load, other, id).has_accepted());
     const auto events = Completions(other, 0, id);
+    ASSERT_FALSE(events.empty());
     if (events.back().completion().has_grid_loaded()) break;
     ASSERT_THAT(events.back().completion().failure().reason(), HasSubstr("is in use by"));
     std::this_thread::sleep_for(std::chrono::milliseconds(50));

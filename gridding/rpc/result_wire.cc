@@ -281,8 +281,7 @@ std::unique_ptr<SEBaseResult> Receive(const v1::GridResultHeader& header,
     result->grid.rows = header.rows();
     result->grid.columns = header.columns();
     const bool empty = header.rows() == 0 || header.columns() == 0;
-    if (empty ||
-        std::uint64_t{header.rows()} * header.columns() > service::kMostCellsInResult) {
+    if (empty || std::uint64_t{header.rows()} * header.columns() > service::kMostCellsInResult) {
       throw ExSGClientBase("the engine announces a result of " + std::to_string(header.rows()) +
                            " rows and " + std::to_string(header.columns()) + " columns");
     }

@@ -19,8 +19,10 @@ TEST(EngineLog, ASinkTakesTheMessagesOfItsThreadWhileItIsInForce) {
   const testing::EngineLog channel;
   std::vector<std::string> taken;
   {
-    const EngineLogScope scope(std::make_shared<const EngineLogSink>(
-        [&](int level, const std::string& text) { taken.push_back(std::to_string(level) + text); }));
+    const EngineLogScope scope(
+        std::make_shared<const EngineLogSink>([&](int level, const std::string& text) {
+          taken.push_back(std::to_string(level) + text);
+        }));
     LogEngine(kLogWarning, " for the sink");
     {
       const EngineLogScope none(nullptr);
