@@ -199,6 +199,9 @@ TEST_F(ResultWire, SizesThatNoResultHasAreRefused) {
   header.mutable_header()->set_columns(0xffffffff);
   EXPECT_THAT(ReasonOf([&] { Received<ResultDepth>({header}); }),
               HasSubstr("4294967295 rows and 4294967295 columns"));
+  header.mutable_header()->set_columns(0);
+  EXPECT_THAT(ReasonOf([&] { Received<ResultDepth>({header}); }),
+              HasSubstr("4294967295 rows and 0 columns"));
   header.mutable_header()->set_kind(v1::GridResultHeader::UNKNOWN);
   EXPECT_THAT(ReasonOf([&] { Received<ResultDepth>({header}); }), HasSubstr("unknown kind"));
   v1::ResultChunk many;
