@@ -20,6 +20,7 @@ namespace options = boost::program_options;
 
 constexpr int kSuccess = 0;
 constexpr int kUsageError = 2;
+constexpr int kGreatestLogLevel = 7;
 
 options::options_description DescribeOptions() {
   options::options_description description("options");
@@ -111,6 +112,11 @@ int Run(int argc, const char* const* argv) {
     std::cerr << "Quarro_Server: no parameter file given; see --help" << std::endl;
     return kUsageError;
   }
+  const int level = given["debug"].as<int>();
+  if (level < 0 || level > kGreatestLogLevel) {
+    std::cerr << "Quarro_Server: --debug takes a level from 0 to 7; see --help" << std::endl;
+    return kUsageError;
+  }
   SetUpLog(given);
   return Serve(given["parameters"].as<std::string>());
 }
@@ -119,6 +125,9 @@ int Run(int argc, const char* const* argv) {
 }  // namespace quarro
 
 int main(int argc, char** argv) {
+  // A file that grows too large is an error of its write, which fails one line or result, not the
+  // end.
+  (void)std::signal(SIGXFSZ, SIG_IGN);
   try {
     return quarro::Run(argc, argv);
   } catch (const std::exception& failure) {

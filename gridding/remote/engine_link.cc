@@ -183,10 +183,15 @@ std::unique_ptr<SEBaseResult> EngineLink::FetchOnce(grpc::ClientContext& context
   } catch (...) {
     // A failure that came in whole stands; a broken stream shows in its status.
     v1::ResultChunk rest;
-    while (stream->Read(&rest)) context.TryCancel();
+    bool cancelled_here = false;
+    while (stream->Read(&rest)) {
+      context.TryCancel();
+      cancelled_here = true;
+    }
     status = stream->Finish();
-    const bool ours = status.error_code() == grpc::StatusCode::CANCELLED;
-    if (ours) status = grpc::Status::OK;
+    if (cancelled_here && status.error_code() == grpc::StatusCode::CANCELLED) {
+      status = grpc::Status::OK;
+    }
     throw;
   }
 }

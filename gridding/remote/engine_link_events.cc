@@ -31,11 +31,23 @@ void EngineLink::Start(std::shared_ptr<Outstanding> outstanding) {
   });
 }
 
+namespace {
+
+// By the network or the engine's end, not by what was sent.
+bool BrokeOnTheWay(const grpc::Status& status) {
+  const grpc::StatusCode code = status.error_code();
+  return status.ok() || code == grpc::StatusCode::UNAVAILABLE ||
+         code == grpc::StatusCode::CANCELLED || code == grpc::StatusCode::ABORTED;
+}
+
+}  // namespace
+
 void EngineLink::ReadEvents() {
   const std::chrono::seconds allowance(settings_.reconnect_seconds);
   Clock::time_point until = Clock::now() + allowance;
   for (;;) {
     bool was_connected = false;
+    const std::uint64_t before = last_sequence_;
     const grpc::Status status = ReadStream(was_connected);
     {
       const std::lock_guard lock(mutex_);
@@ -46,7 +58,8 @@ void EngineLink::ReadEvents() {
       Lose("it does not know the session any more");
       return;
     }
-    if (was_connected) {
+    // A stream that breaks at the same event each time is no connection.
+    if (was_connected && (BrokeOnTheWay(status) || last_sequence_ != before)) {
       until = Clock::now() + allowance;
       service::LogEngine(service::kLogWarning,
                          "the connection to the engine at " + address_ + " broke (" +

@@ -16,10 +16,21 @@ void CompletionLog::Append(v1::Event event) {
   {
     const std::lock_guard lock(mutex_);
     if (ended_) return;
-    event.set_sequence(++last_sequence_);
-    events_.push_back(std::move(event));
+    Keep(std::move(event));
   }
   changed_.notify_all();
+}
+
+// With the lock held.
+void CompletionLog::Keep(v1::Event event) {
+  event.set_sequence(++last_sequence_);
+  bytes_ += event.ByteSizeLong();
+  events_.push_back(std::move(event));
+}
+
+std::uint64_t CompletionLog::bytes() const {
+  const std::lock_guard lock(mutex_);
+  return bytes_;
 }
 
 void CompletionLog::End(const std::string& reason) {
@@ -28,8 +39,7 @@ void CompletionLog::End(const std::string& reason) {
   {
     const std::lock_guard lock(mutex_);
     if (ended_) return;
-    event.set_sequence(++last_sequence_);
-    events_.push_back(std::move(event));
+    Keep(std::move(event));
     ended_ = true;
   }
   changed_.notify_all();
@@ -37,7 +47,10 @@ void CompletionLog::End(const std::string& reason) {
 
 void CompletionLog::Acknowledge(std::uint64_t through_sequence) {
   const std::lock_guard lock(mutex_);
-  while (!events_.empty() && events_.front().sequence() <= through_sequence) events_.pop_front();
+  while (!events_.empty() && events_.front().sequence() <= through_sequence) {
+    bytes_ -= events_.front().ByteSizeLong();
+    events_.pop_front();
+  }
 }
 
 CompletionLog::Outcome CompletionLog::Next(std::uint64_t sequence, v1::Event& event) {

@@ -28,11 +28,16 @@ class CompletionLog {
   // most a moment. kEnd: there is none and none will come.
   Outcome Next(std::uint64_t sequence, v1::Event& event);
   void Wake();
+  // What the events kept take as messages.
+  std::uint64_t bytes() const;
 
  private:
-  std::mutex mutex_;  // guards all below
+  void Keep(v1::Event event);
+
+  mutable std::mutex mutex_;  // guards all below
   std::condition_variable changed_;
   std::deque<v1::Event> events_;  // not yet acknowledged, without gaps
+  std::uint64_t bytes_ = 0;
   std::uint64_t last_sequence_ = 0;
   std::uint64_t wakes_ = 0;
   bool ended_ = false;

@@ -18,6 +18,7 @@ TEST_F(Limits, MoreSessionsThanAllowedAreRefused) {
   EXPECT_THAT(refused.reason(), HasSubstr("2 sessions, as many as MaxSessions"));
   v1::CloseSessionRequest close;
   close.set_session(first);
+  close.set_wait_ms(5000);
   v1::CloseSessionReply reply;
   EXPECT_TRUE(Call(&v1::Engine::Stub::CloseSession, close, reply).ok());
   EXPECT_TRUE(reply.finished());

@@ -78,6 +78,12 @@ std::string Utf8(const std::string& text) {
     if (lead >= 0xf0U && lead < 0xf5U && continues(i + 1) && continues(i + 2) && continues(i + 3)) {
       length = 4;
     }
+    // Longer forms than needed, surrogates and values beyond the last character.
+    const unsigned second = length >= 3 ? static_cast<unsigned char>(text[i + 1]) : 0U;
+    if (length >= 3 && ((lead == 0xe0U && second < 0xa0U) || (lead == 0xedU && second > 0x9fU) ||
+                        (lead == 0xf0U && second < 0x90U) || (lead == 0xf4U && second > 0x8fU))) {
+      length = 0;
+    }
     if (length == 0) {
       valid += '?';
       ++i;

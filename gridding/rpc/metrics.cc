@@ -57,7 +57,8 @@ std::vector<MetricFamily> FamiliesOf(const MetricsSnapshot& now) {
             now.result_bytes),
       Gauge("quarro_sessions", "Clients attached, those that are reconnecting among them.",
             now.sessions),
-      Gauge("quarro_store_bytes", "Size of the open grids on disc, in bytes.", now.store_bytes),
+      Gauge("quarro_store_bytes", "Size of the files in the working directory, in bytes.",
+            now.store_bytes),
   };
 }
 

@@ -246,6 +246,9 @@ TEST(MessageForms, BytesThatAreNoTextAreReplaced) {
                  "b\xc3"),
             "a?b?");
   EXPECT_EQ(Utf8("\xc0\xaf"), "??");
+  EXPECT_EQ(Utf8("\xe0\x80\x80"), "???");
+  EXPECT_EQ(Utf8("\xed\xa0\x80"), "???");
+  EXPECT_EQ(Utf8("\xf4\x90\x80\x80"), "????");
 }
 
 }  // namespace

@@ -20,8 +20,10 @@ namespace {
 constexpr std::size_t kRepliesKept = 1024;
 constexpr std::size_t kLinesRemembered = 4;  // the one in work, the one read ahead, and two before
 constexpr std::uint32_t kGreatestLogLevel = 7;
-// Longer answers are fetched like grids.
-constexpr std::size_t kLongestEvent = std::size_t{1} << 20U;
+// Longer answers fail: clients take messages of 16 MiB.
+constexpr std::size_t kLongestEvent = std::size_t{8} << 20U;
+// Of events that the client has not acknowledged; it is asked to every 128 of them.
+constexpr std::uint64_t kMostEventBytes = std::uint64_t{1} << 30U;
 
 bool RunsInOrder(RequestKind kind) {
   return kind == RequestKind::kLine || kind == RequestKind::kOpenGrid ||
@@ -163,6 +165,11 @@ void Session::CheckLimits(RequestKind kind) const {
     throw ExSGCServerResources("the session has " + std::to_string(host_.max_queue_length) +
                                " requests waiting, as many as MaxQueueLength of section Network "
                                "allows: go on when some are done");
+  }
+  if (log_.bytes() > kMostEventBytes) {
+    throw ExSGCServerResources(
+        "the client has not acknowledged " + std::to_string(log_.bytes() >> 20U) +
+        " MiB of events, more than the engine keeps: read the stream of completions");
   }
   if (!IsGridResult(kind)) return;
   if (load.results_waiting >= host_.max_waiting_results) {

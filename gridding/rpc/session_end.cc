@@ -1,7 +1,16 @@
 // A session's connection to its client, and its end.
+#include <algorithm>
+
 #include "gridding/rpc/session.h"
 
 namespace quarro::rpc {
+
+namespace {
+
+// What a client has at least between opening a session and reading its events.
+constexpr std::chrono::seconds kFirstStream{10};
+
+}  // namespace
 
 std::uint64_t Session::BeginStream() {
   std::uint64_t claim = 0;
@@ -28,6 +37,8 @@ void Session::EndStream(std::uint64_t claim) {
 
 bool Session::Abandoned(Clock::duration allowance) const {
   const std::lock_guard lock(mutex_);
+  // A client that has just opened the session is on its way to the events.
+  if (stream_claim_ == 0) allowance = std::max<Clock::duration>(allowance, kFirstStream);
   return !connected_ && Clock::now() - away_since_ > allowance;
 }
 
