@@ -58,7 +58,7 @@ core::CellIndex CellBlocks::BlockOf(core::CellIndex cell) {
 
 std::uint32_t CellBlocks::PlaceOf(core::CellIndex cell) {
   const core::CellIndex first = FirstCell(BlockOf(cell));
-  return static_cast<std::uint32_t>(kSide * (cell.row - first.row) + cell.column - first.column);
+  return static_cast<std::uint32_t>(kSide * (cell.row - first.row) + (cell.column - first.column));
 }
 
 std::optional<core::CellIndex> CellBlocks::Neighbour(core::CellIndex cell, std::int32_t rows,
