@@ -17,9 +17,6 @@ namespace quarro::remote {
 
 namespace {
 
-// How long lines may keep a detach waiting, so that short work is accounted for in full.
-constexpr std::chrono::seconds kPatienceAtDetach{3};
-
 // Large results go where the engine in this process would put them, if that is a folder here
 // that may be written to.
 std::filesystem::path SpoolDirectory(const MParams& params) {
@@ -83,7 +80,7 @@ void RemoteEngine::Detach() {
     throw ExSGClientBase("an engine cannot be detached by a call-back, which it would wait for");
   }
   outstanding_->WaitForResults();
-  outstanding_->WaitForAll(kPatienceAtDetach);
+  outstanding_->WaitForAll(std::chrono::seconds(settings_.detach_seconds));
   const bool work_goes_on =
       outstanding_->LetGo("the engine was detached meanwhile, and goes on by itself");
   delivery_.WaitForAll();

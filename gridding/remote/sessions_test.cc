@@ -155,10 +155,10 @@ TEST_F(Sessions, NamesOfGridsArePlainNames) {
 }
 
 TEST_F(Sessions, LinesThatAreNotDoneWhenDetachingGoOnAtTheEngine) {
+  Set("DetachSeconds", "0");
   const auto client = NewAttachedClient();
   Construct(*client, "g");
-  // More than a detach waits for.
-  constexpr unsigned kLines = 8;
+  constexpr unsigned kLines = 3;
   Replies replies;
   for (unsigned i = 1; i <= kLines; ++i) {
     client->AddLine(LongLine(i), i, false, replies.Expect());

@@ -81,6 +81,7 @@ NetworkSettings ReadNetworkSettings(const MParams& params) {
         ParseHostPort(engine, settings.port != 0 ? settings.port : NetworkSettings().port));
   }
   section.Read("ReconnectSeconds", settings.reconnect_seconds, 0, 86'400);
+  section.Read("DetachSeconds", settings.detach_seconds, 0, 86'400);
   section.Read("CertificateAuthority", settings.certificate_authority);
   section.Read("Certificate", settings.certificate);
   section.Read("PrivateKey", settings.private_key);

@@ -27,6 +27,7 @@ struct NetworkSettings {
   std::vector<std::string> discovery_addresses;
   std::vector<HostPort> engines;  // asked directly, beside the discovery
   std::uint32_t reconnect_seconds = 30;
+  std::uint32_t detach_seconds = 3;
 
   // PEM files. All three or none: with them both sides prove who they are.
   std::string certificate_authority;

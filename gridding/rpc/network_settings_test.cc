@@ -25,6 +25,7 @@ TEST(NetworkSettings, EveryKeyHasADefault) {
   EXPECT_EQ(settings.discovery_port, 47600);
   EXPECT_EQ(settings.discovery_wait_ms, 500U);
   EXPECT_EQ(settings.reconnect_seconds, 30U);
+  EXPECT_EQ(settings.detach_seconds, 3U);
   EXPECT_EQ(settings.survey_directories, ".");
   EXPECT_FALSE(settings.UsesTls());
   EXPECT_FALSE(settings.allow_plain_text);

@@ -69,6 +69,7 @@ const std::vector<ParameterInfo>& ParameterTable() {
        "addresses to which a discovery is sent, not to all interfaces"},
       {"Network", "Engines", "", "engines, host:port, that are asked directly"},
       {"Network", "ReconnectSeconds", "30", "how long a lost connection is retried"},
+      {"Network", "DetachSeconds", "3", "how long lines in work may keep a detach waiting"},
       {"Network", "CertificateAuthority", "",
        "PEM file of the authority that signs the other side"},
       {"Network", "Certificate", "", "PEM file of this side's certificate"},
