@@ -131,6 +131,20 @@ TEST_F(Certificates, PlainTextBeyondLoopbackIsRefusedUnlessAllowedInSoManyWords)
   Construct(*NewAttachedClient(), "g");
 }
 
+TEST_F(Certificates, MetricsBeyondLoopbackAreWarnedOf) {
+  Slog("server").SetFilter(SlogLevel(0));
+  Set("MetricsAddress", "127.0.0.1:0");
+  ::testing::internal::CaptureStderr();
+  StartServer();
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+  server_.reset();
+  Set("MetricsAddress", "0.0.0.0:0");
+  ::testing::internal::CaptureStderr();
+  StartServer();
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+              HasSubstr("the metrics at 0.0.0.0:0 are in plain text and for everybody"));
+}
+
 TEST_F(Certificates, WithThemAServerMayListenBeyondLoopback) {
   Set("Address", "0.0.0.0");
   StartServerWith("server");

@@ -147,6 +147,7 @@ TEST_F(Losses, AServerThatEndsTellsItsClientsAndWakesWhoWaits) {
     failed += FetchResult<ResultLineAdded>(*client_, token)->failed;
   }
   EXPECT_GE(failed, 3U) << "what had not begun did not run";
+  EXPECT_THAT(log_.Text(), HasSubstr("failed: cancelled, since the engine is shutting down"));
 
   server_.reset();
   StartServer();

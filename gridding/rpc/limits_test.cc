@@ -4,9 +4,25 @@
 namespace quarro::testing {
 namespace {
 
+using ::testing::AnyOf;
 using ::testing::HasSubstr;
 
-class Limits : public ProtocolTest {};
+class Limits : public ProtocolTest {
+ protected:
+  // The first chunk of the result that a completion announces.
+  v1::ResultChunk Fetch(const std::string& session, const v1::Event& completed) {
+    v1::FetchResultRequest request;
+    request.set_session(session);
+    request.set_result(completed.completion().held().result());
+    grpc::ClientContext context;
+    const auto stream = stub_->FetchResult(&context, request);
+    v1::ResultChunk chunk;
+    EXPECT_TRUE(stream->Read(&chunk));
+    context.TryCancel();
+    stream->Finish();
+    return chunk;
+  }
+};
 
 TEST_F(Limits, MoreSessionsThanAllowedAreRefused) {
   Set("MaxSessions", "2");
@@ -50,9 +66,10 @@ TEST_F(Limits, MoreResultsThanMayWaitAreRefused) {
   Construct(session, 1);
   Add(session, 2, "1.xyz");
   Completions(session, 0, 2);
+  std::vector<v1::Event> held;
   for (std::uint64_t id = 3; id < 5; ++id) {
     EXPECT_TRUE(RequestDepth(session, id).has_accepted());
-    Completions(session, 0, id);
+    held.push_back(Completions(session, 0, id).back());
   }
   const auto refused = RequestDepth(session, 5).refused();
   EXPECT_EQ(refused.kind(), v1::Failure::OUT_OF_ROOM);
@@ -67,6 +84,17 @@ TEST_F(Limits, MoreResultsThanMayWaitAreRefused) {
     v1::AnnouncementDoneReply reply;
     Call(&v1::Engine::Stub::AnnouncementDone, done, reply);
   }
+  for (const v1::Event& event : held) {
+    EXPECT_THAT(Fetch(session, event).failure().reason(),
+                AnyOf(HasSubstr("was purged"), HasSubstr("no result waits under the token")));
+    v1::ReleaseResultRequest release;
+    release.set_session(session);
+    release.set_result(event.completion().held().result());
+    v1::ReleaseResultReply reply;
+    Call(&v1::Engine::Stub::ReleaseResult, release, reply);
+  }
+  ASSERT_TRUE(RequestDepth(session, 7).has_accepted());
+  EXPECT_TRUE(Fetch(session, Completions(session, 0, 7).back()).has_header());
 }
 
 TEST_F(Limits, AResultThatFindsNoRoomInThePoolFails) {
@@ -84,13 +112,7 @@ TEST_F(Limits, AResultThatFindsNoRoomInThePoolFails) {
   EXPECT_TRUE(Ask(&v1::Engine::Stub::RequestDepth, request, session, 3).has_accepted());
   const auto events = Completions(session, 0, 3);
   ASSERT_FALSE(events.empty());
-  v1::FetchResultRequest fetch;
-  fetch.set_session(session);
-  fetch.set_result(events.back().completion().held().result());
-  grpc::ClientContext context;
-  const auto stream = stub_->FetchResult(&context, fetch);
-  v1::ResultChunk chunk;
-  ASSERT_TRUE(stream->Read(&chunk));
+  const v1::ResultChunk chunk = Fetch(session, events.back());
   EXPECT_EQ(chunk.failure().kind(), v1::Failure::OUT_OF_ROOM);
   EXPECT_THAT(chunk.failure().reason(), HasSubstr("1 MiB together (MaxResultPoolMiB"));
 }

@@ -33,9 +33,19 @@ void Log(int level, const std::string& text) {
   log() << text << endmsg;
 }
 
+// Of "host:port" or "[host]:port"; any port will do.
+std::string HostOf(const std::string& host_port) {
+  const std::string host = host_port.substr(0, host_port.rfind(':'));
+  return host.starts_with('[') && host.ends_with(']') ? host.substr(1, host.size() - 2) : host;
+}
+
 NetworkSettings CheckedSettings(const MParams& params) {
   NetworkSettings settings = ReadNetworkSettings(params);
   CheckCertificates(settings);
+  if (!settings.metrics_address.empty() && !IsLoopback(HostOf(settings.metrics_address))) {
+    Log(3, "the metrics at " + settings.metrics_address +
+               " are in plain text and for everybody who reaches that address");
+  }
   if (settings.UsesTls() || IsLoopback(settings.address)) return settings;
   if (!settings.allow_plain_text) {
     throw ExSGClientBase(

@@ -3,8 +3,6 @@
 
 #include <algorithm>
 
-#include <unistd.h>
-
 #include "engine/exceptions.h"
 #include "gridding/rpc/message_forms.h"
 #include "gridding/service/engine_log.h"
@@ -53,12 +51,13 @@ Session::Session(std::uint64_t number, std::string peer, std::string identity, S
   const service::EngineLogScope scope(std::make_shared<const service::EngineLogSink>(
       [this](int level, const std::string& message) { Log(level, message); }));
   delivery_ = std::make_unique<service::Delivery>();
-  grid_session_ = std::make_unique<service::GridSession>(ConfigForLines(host.engine), *delivery_);
+  grid_session_ = std::make_unique<service::GridSession>(OwnConfig(host.engine), *delivery_);
 }
 
-service::EngineConfig Session::ConfigForLines(const service::EngineConfig& config) {
+service::EngineConfig Session::OwnConfig(const service::EngineConfig& config) {
   service::EngineConfig own = config;
   own.find_line = [this](const std::string& name) { return FindLine(name); };
+  own.holder_of = [this](const std::string& grid) { return host_.holder_of(grid, number_); };
   return own;
 }
 
@@ -70,22 +69,13 @@ std::string Session::FindLine(const std::string& file_name) {
   return path;
 }
 
-// A text of the engine as the client is told it: files by the names that it gave them, and whose a
-// grid is that is in use.
+// A text of the engine as the client is told it: files by the names that it gave them.
 std::string Session::AsTold(std::string text) const {
-  {
-    const std::lock_guard lock(mutex_);
-    for (const auto& [path, name] : opened_as_) {
-      if (path != name) ReplaceAll(text, path, name);
-    }
+  const std::lock_guard lock(mutex_);
+  for (const auto& [path, name] : opened_as_) {
+    if (path != name) ReplaceAll(text, path, name);
   }
-  const std::string begin = "grid \"";
-  const std::string in_use = "\" is in use by process " + std::to_string(::getpid()) + " on host ";
-  const std::size_t middle = text.find(in_use);
-  if (middle == std::string::npos) return text;
-  const std::size_t name = text.rfind(begin, middle) + begin.size();
-  const std::string holder = host_.holder_of(text.substr(name, middle - name), number_);
-  return holder.empty() ? text : text + ", for " + holder;
+  return text;
 }
 
 void Session::Log(int level, const std::string& message) {
@@ -229,7 +219,6 @@ void Session::CompleteHeld(std::uint64_t request_id, const SEResultToken& token,
   {
     const std::lock_guard lock(mutex_);
     announced_.insert(request_id);
-    announced_bytes_[token.uid] = token.object_size;
   }
   log_.Append(std::move(event));
   std::unique_lock lock(mutex_);
@@ -273,19 +262,17 @@ Session::Held Session::Fetch(std::uint32_t result) {
   const std::lock_guard lock(mutex_);
   const auto found = held_.find(result);
   if (found != held_.end()) return found->second.first;
-  Held held;
-  const auto size = announced_bytes_.find(result);
-  if (size == announced_bytes_.end()) {
+  const auto bytes = delivery_->pool().BytesOf(result);
+  if (!bytes) {
     throw ExSGClientBase("no result waits under the token " + std::to_string(result));
   }
-  const std::uint64_t bytes = size->second;
-  announced_bytes_.erase(size);
+  Held held;
   try {
     held.result = delivery_->pool().Take(result);
   } catch (...) {
     held.failure.emplace(std::current_exception());
   }
-  held_[result] = {held, held.result ? bytes : 0};
+  held_[result] = {held, held.result ? *bytes : 0};
   return held;
 }
 

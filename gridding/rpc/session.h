@@ -88,9 +88,10 @@ class Session {
   void EndStream(std::uint64_t claim);
 
   // Takes no more requests, carries out what was accepted, and closes the grid. With `at_once` what
-  // has not begun fails and what has ends early. Returns at once; `reason` is told to the client,
-  // and to one who asks from now on. Only the first call counts, but a later one may hurry it.
-  void BeginEnd(const std::string& reason, bool at_once);
+  // has not begun fails and what has ends early. Returns at once; `reason`, a literal, is told to
+  // the client, and to one who asks from now on. Only the first call counts, but a later one may
+  // hurry it.
+  void BeginEnd(const char* reason, bool at_once);
   bool Ended() const;
   // False when it is still not ended then.
   bool WaitUntilEnded(Clock::time_point until) const;
@@ -112,7 +113,7 @@ class Session {
   Load GetLoad() const;
 
  private:
-  service::EngineConfig ConfigForLines(const service::EngineConfig& config);
+  service::EngineConfig OwnConfig(const service::EngineConfig& config);
   v1::RequestReply CarryNew(std::uint64_t request_id, const Operation& operation, const Ask& ask);
   void CountDown(const Operation& operation);
   void CheckLimits(service::RequestKind kind) const;
@@ -139,7 +140,6 @@ class Session {
   mutable std::condition_variable changed_;
   std::set<std::uint64_t> announced_;  // to the client, which has not done with it
   std::map<std::uint32_t, std::pair<Held, std::uint64_t>> held_;  // with its bytes
-  std::map<std::uint32_t, std::uint64_t> announced_bytes_;
   std::uint64_t lines_and_barriers_ = 0;  // not yet completed
   std::uint64_t other_requests_ = 0;      // not yet completed
   std::string grid_;
@@ -149,7 +149,6 @@ class Session {
   bool connected_ = false;
   Clock::time_point away_since_ = Clock::now();
   bool ending_ = false;
-  bool hurried_ = false;
   bool ended_ = false;
   std::string end_reason_;
 

@@ -1,7 +1,7 @@
 // A session's connection to its client, and its end.
-#include <algorithm>
-
 #include "gridding/rpc/session.h"
+
+#include <algorithm>
 
 namespace quarro::rpc {
 
@@ -42,20 +42,17 @@ bool Session::Abandoned(Clock::duration allowance) const {
   return !connected_ && Clock::now() - away_since_ > allowance;
 }
 
-void Session::BeginEnd(const std::string& reason, bool at_once) {
+void Session::BeginEnd(const char* reason, bool at_once) {
   const std::lock_guard request_lock(request_mutex_);
   bool first = false;
-  bool hurry = at_once;
   {
     const std::lock_guard lock(mutex_);
     first = !ending_;
     ending_ = true;
     if (first) end_reason_ = reason;
-    hurry = hurry && !ended_ && !hurried_ && (!grid_.empty() || !grids_to_open_.empty());
-    hurried_ = hurried_ || hurry;
   }
   changed_.notify_all();
-  if (hurry) grid_session_->DropGrid(true, ResultCallback());
+  if (at_once) grid_session_->CancelAll(reason);
   if (!first) return;
   finisher_ = std::thread([this, reason] {
     grid_session_->Finish();

@@ -121,7 +121,7 @@ std::string SessionTable::HolderOf(const std::string& grid, std::uint64_t asking
   return "";
 }
 
-void SessionTable::EndAll(const std::string& reason) {
+void SessionTable::EndAll(const char* reason) {
   {
     const std::lock_guard lock(mutex_);
     end_reason_ = reason;

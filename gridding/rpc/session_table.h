@@ -40,7 +40,7 @@ class SessionTable {
   void Forget(const std::string& id);
 
   // Takes no more sessions, and ends those that are, at once; waits until they have ended.
-  void EndAll(const std::string& reason);
+  void EndAll(const char* reason);  // a literal
 
   std::vector<std::shared_ptr<Session>> All() const;
   const SessionHost& host() const { return host_; }

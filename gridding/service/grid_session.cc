@@ -3,6 +3,7 @@
 #include "gridding/service/grid_session.h"
 
 #include <cmath>
+#include <limits>
 #include <locale>
 #include <sstream>
 #include <system_error>
@@ -106,6 +107,16 @@ void GridSession::Finish() {
   }
   delivery_.WaitForAll();
   current_.Set(nullptr);
+}
+
+void GridSession::CancelAll(const char* reason) {
+  CancelBefore(std::numeric_limits<std::uint64_t>::max(), reason);
+}
+
+void GridSession::CancelBefore(std::uint64_t sequence, const char* reason) {
+  grid_work_.CancelBefore(sequence, reason);
+  requests_.CancelBefore(sequence, reason);
+  delivery_.FailUnannounced(sequence, std::make_exception_ptr(ExSGClientBase(reason)));
 }
 
 void GridSession::RequestServerStatistics(const ResultCallback& on_done) {
@@ -324,12 +335,7 @@ void GridSession::DropGrid(bool asap, const ResultCallback& on_done) {
     const std::lock_guard lock(mutex_);
     grid_changes_.emplace_back(request->sequence, false);
   }
-  if (asap) {
-    grid_work_.CancelBefore(request->sequence);
-    requests_.CancelBefore(request->sequence);
-    delivery_.FailUnannounced(
-        request->sequence, std::make_exception_ptr(ExSGClientBase("the grid was dropped at once")));
-  }
+  if (asap) CancelBefore(request->sequence, "the grid was dropped at once");
   SubmitBarrier(request, [this](const CancelFlag&) {
     GridForWork();
     current_.Set(nullptr);

@@ -42,6 +42,10 @@ class GridSession {
   // asked for afterwards.
   void Finish();
 
+  // Any thread. What was accepted and has not begun fails, and what has begun ends early, for
+  // `reason`: a literal, or as long-lived. The grid stays.
+  void CancelAll(const char* reason);
+
   void RequestServerStatistics(const ResultCallback& on_done);
   void DebugCell(std::uint32_t column, std::uint32_t row, bool on, const ResultCallback& on_done);
   void DebugAt(double easting_m, double northing_m, bool on, const ResultCallback& on_done);
@@ -85,6 +89,7 @@ class GridSession {
                    const std::function<std::string(CurrentGrid::Lease&)>& change);
   void SubmitOpening(const std::string& name, const store::GridParameters* parameters,
                      const ResultCallback& on_done);
+  void CancelBefore(std::uint64_t sequence, const char* reason);
   void SubmitBarrier(const RequestPtr& request, std::function<void(const CancelFlag&)> work);
   void EndLineRun();
   bool GridToCome();
@@ -93,6 +98,7 @@ class GridSession {
   // The grid thread.
   Finished Open(const OpenGridJob& job);
   std::unique_ptr<OpenGrid> OpenNew(const OpenGridJob& job);
+  std::unique_ptr<OpenGrid> OpenStore(const OpenGridJob& job);
   void ReplaceCurrent(const OpenGridJob& job);
   Finished RunLine(const std::shared_ptr<LineJob>& job, const CancelFlag& cancelled);
   void Ingest(LineJob& job, const CancelFlag& cancelled, ResultLineAdded& result);

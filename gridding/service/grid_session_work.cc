@@ -112,6 +112,17 @@ Finished GridSession::Open(const OpenGridJob& job) {
 }
 
 std::unique_ptr<OpenGrid> GridSession::OpenNew(const OpenGridJob& job) {
+  try {
+    return OpenStore(job);
+  } catch (const store::GridInUse& refusal) {
+    if (!refusal.by_this_process() || !config_.holder_of) throw;
+    const std::string holder = config_.holder_of(job.name);
+    if (holder.empty()) throw;
+    throw ExSGClientBase(refusal.who() + ", for " + holder);
+  }
+}
+
+std::unique_ptr<OpenGrid> GridSession::OpenStore(const OpenGridJob& job) {
   if (job.parameters) {
     std::string set_aside_as;
     auto created = store::GridStore::Create(config_.working_directory, job.name, *job.parameters,

@@ -17,7 +17,8 @@ double SecondsSince(Clock::time_point begun) {
 }  // namespace
 
 void ThrowIfCancelled(const CancelFlag& cancelled) {
-  if (cancelled.IsSet()) throw ExSGClientBase("cancelled, since the grid was dropped at once");
+  const char* reason = cancelled.Reason();
+  if (reason != nullptr) throw ExSGClientBase(std::string("cancelled, since ") + reason);
 }
 
 JobQueue::JobQueue(int threads, Delivery& delivery) : delivery_(delivery) {
@@ -50,10 +51,10 @@ void JobQueue::Submit(const RequestPtr& request, const RequestSize& size, Job jo
   changed_.notify_all();
 }
 
-void JobQueue::CancelBefore(std::uint64_t sequence) {
+void JobQueue::CancelBefore(std::uint64_t sequence, const char* reason) {
   const auto cancel = [&](Entry& entry) {
     if (entry.request->sequence < sequence && entry.request->kind != RequestKind::kOpenGrid) {
-      entry.cancelled.Set();
+      entry.cancelled.Set(reason);
     }
   };
   const std::lock_guard lock(mutex_);

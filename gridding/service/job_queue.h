@@ -18,14 +18,16 @@
 
 namespace quarro::service {
 
-// Tells a job that it is to end early.
+// Tells a job that it is to end early, and why.
 class CancelFlag {
  public:
-  void Set() { set_.store(true, std::memory_order_relaxed); }
-  bool IsSet() const { return set_.load(std::memory_order_relaxed); }
+  // `reason` is a literal, or lives as long.
+  void Set(const char* reason) { reason_.store(reason, std::memory_order_relaxed); }
+  const char* Reason() const { return reason_.load(std::memory_order_relaxed); }
+  bool IsSet() const { return Reason() != nullptr; }
 
  private:
-  std::atomic<bool> set_ = false;
+  std::atomic<const char*> reason_ = nullptr;
 };
 
 // Throws ExSGClientBase when the flag is set.
@@ -51,8 +53,8 @@ class JobQueue {
 
   void Submit(const RequestPtr& request, const RequestSize& size, Job job);
   // Sets the flag of every job, running or not, whose request is earlier than `sequence`; jobs that
-  // open grids go on.
-  void CancelBefore(std::uint64_t sequence);
+  // open grids go on. `reason` is a literal, or lives as long.
+  void CancelBefore(std::uint64_t sequence, const char* reason);
   // Until no job is left; the last may still be on their way to their call-backs.
   void WaitUntilIdle();
 

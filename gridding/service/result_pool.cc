@@ -70,6 +70,13 @@ std::unique_ptr<SEBaseResult> ResultPool::Take(std::uint32_t uid) {
   return std::move(entry.result);
 }
 
+std::optional<std::uint64_t> ResultPool::BytesOf(std::uint32_t uid) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = entries_.find(uid);
+  if (found == entries_.end() || !IsGridResult(found->second.kind)) return std::nullopt;
+  return found->second.bytes;
+}
+
 void ResultPool::Replace(std::uint32_t uid, const Failure& failure) {
   std::unique_ptr<SEBaseResult> dropped;  // destroyed without the lock
   const std::lock_guard lock(mutex_);

@@ -30,6 +30,9 @@ class ResultPool {
   // nothing.
   std::unique_ptr<SEBaseResult> Take(std::uint32_t uid);
 
+  // What the resolution, depth or hypotheses result that `uid` names takes, none for any other uid.
+  std::optional<std::uint64_t> BytesOf(std::uint32_t uid) const;
+
   // Makes a waiting entry a failure; an entry that was fetched already stays gone.
   void Replace(std::uint32_t uid, const Failure& failure);
 

@@ -33,6 +33,17 @@ class StoreError : public ExSGClientBase {
   using ExSGClientBase::ExSGClientBase;
 };
 
+// The grid is open already.
+class GridInUse : public StoreError {
+ public:
+  GridInUse(const std::string& reason, bool by_this_process)
+      : StoreError(reason), by_this_process_(by_this_process) {}
+  bool by_this_process() const { return by_this_process_; }
+
+ private:
+  bool by_this_process_;
+};
+
 struct GridParameters {
   float resolution_m = 0.0F;
   float min_resolution_m = 0.0F;

@@ -33,15 +33,17 @@ std::string Printable(const std::string& text) {
   return kept;
 }
 
-// "process 1234 on host h", from what the holder wrote.
-std::string Holder(int descriptor) {
+// From what the holder wrote.
+[[noreturn]] void Refuse(const std::string& grid_name, int descriptor) {
+  const std::string in_use = "grid \"" + grid_name + "\" is in use by ";
   std::array<char, 512> text{};
   const ssize_t bytes = ::pread(descriptor, text.data(), text.size() - 1, 0);
   std::istringstream words(bytes > 0 ? text.data() : "");
   long process = 0;
   std::string host;
-  if (!(words >> process >> host)) return "another process";
-  return "process " + std::to_string(process) + " on host " + Printable(host);
+  if (!(words >> process >> host)) throw GridInUse(in_use + "another process", false);
+  throw GridInUse(in_use + "process " + std::to_string(process) + " on host " + Printable(host),
+                  process == ::getpid() && host == HostName());
 }
 
 [[noreturn]] void Fail(const std::filesystem::path& path, int error) {
@@ -79,7 +81,7 @@ void LockFile::Lock(const std::filesystem::path& path, const std::string& grid_n
   if (::fcntl(descriptor_, F_OFD_SETLK, &whole_file) == 0) return;
   const int error = errno;
   if (error != EAGAIN && error != EACCES) Fail(path, error);
-  throw StoreError("grid \"" + grid_name + "\" is in use by " + Holder(descriptor_));
+  Refuse(grid_name, descriptor_);
 }
 
 void LockFile::WriteHolder() const {

@@ -10,7 +10,7 @@ namespace quarro::store {
 // that a file left behind blocks nobody. A second lock is refused within one process too.
 class LockFile {
  public:
-  // Locks `lock` in the grid's folder. Throws StoreError: in use, and by whom; or why not.
+  // Locks `lock` in the grid's folder. Throws GridInUse, or StoreError telling why not.
   LockFile(const std::filesystem::path& folder, const std::string& grid_name);
   LockFile(LockFile&& other) noexcept;
   LockFile(const LockFile&) = delete;
