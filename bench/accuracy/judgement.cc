@@ -5,7 +5,7 @@
 #include <limits>
 #include <span>
 
-#include "gridding/core/local_trend.h"
+#include "gridding/core/median.h"
 #include "gridding/core/settings.h"
 
 namespace quarro::accuracy {

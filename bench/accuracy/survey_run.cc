@@ -1,13 +1,12 @@
 #include "bench/accuracy/survey_run.h"
 
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 
 #include <boost/bind/bind.hpp>
 
+#include "bench/awaited.h"
 #include "gridding/core/binning.h"
 #include "gridding/local/sg_debug_client.h"
 #include "gridding/survey/georeference.h"
@@ -17,30 +16,6 @@
 namespace quarro::accuracy {
 
 namespace {
-
-// Waits for one result of the engine at a time.
-class Awaited {
- public:
-  ResultCallback Callback() {
-    return [this](const SEResultToken& token) {
-      const std::lock_guard lock(mutex_);
-      tokens_.push_back(token);
-      arrived_.notify_one();
-    };
-  }
-  SEResultToken Wait() {
-    std::unique_lock lock(mutex_);
-    arrived_.wait(lock, [this] { return !tokens_.empty(); });
-    const SEResultToken token = tokens_.front();
-    tokens_.erase(tokens_.begin());
-    return token;
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable arrived_;
-  std::vector<SEResultToken> tokens_;
-};
 
 constexpr std::uint32_t kBoundsQuery = 4;
 

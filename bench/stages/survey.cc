@@ -2,10 +2,9 @@
 #include "bench/stages/survey.h"
 
 #include <algorithm>
-#include <condition_variable>
 #include <filesystem>
-#include <mutex>
 
+#include "bench/awaited.h"
 #include "gridding/core/cell_state.h"
 #include "gridding/local/sg_debug_client.h"
 #include "gridding/survey/line_reader.h"
@@ -45,30 +44,6 @@ void AddToCells(const core::BinnedChunk& chunk, std::uint32_t line,
   }
 }
 
-// Waits for the answers of an engine, one at a time.
-class Answers {
- public:
-  ResultCallback Callback() {
-    return [this](const SEResultToken& token) {
-      const std::lock_guard lock(mutex_);
-      tokens_.push_back(token);
-      arrived_.notify_one();
-    };
-  }
-  SEResultToken Wait() {
-    std::unique_lock lock(mutex_);
-    arrived_.wait(lock, [this] { return !tokens_.empty(); });
-    const SEResultToken token = tokens_.front();
-    tokens_.erase(tokens_.begin());
-    return token;
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable arrived_;
-  std::vector<SEResultToken> tokens_;  // guarded by mutex_
-};
-
 std::shared_ptr<const ResultDepth> GridSurvey(const Survey& survey) {
   constexpr std::uint32_t kBoundsQuery = 4;
   constexpr std::uint32_t kFullResolution = 1;
@@ -77,20 +52,20 @@ std::shared_ptr<const ResultDepth> GridSurvey(const Survey& survey) {
   params.Set("Engine", "WorkingDirectory", folder.Path());
   SGDebugClient engine(params);
   engine.SetLogFilter(SlogLevel(4));
-  Answers answers;
+  Awaited awaited;
   engine.AttachEngine(engine.FindEngines().front());
-  engine.ConstructGrid("stages", kCell_m, kFinestNode_m, answers.Callback());
-  FetchResult<ResultPosAck>(engine, answers.Wait());
+  engine.ConstructGrid("stages", kCell_m, kFinestNode_m, awaited.Callback());
+  FetchResult<ResultPosAck>(engine, awaited.Wait());
   for (std::uint32_t i = 0; i < survey.files.size(); ++i) {
-    engine.AddLine(survey.files[i], i, false, answers.Callback());
-    FetchResult<ResultLineAdded>(engine, answers.Wait());
+    engine.AddLine(survey.files[i], i, false, awaited.Callback());
+    FetchResult<ResultLineAdded>(engine, awaited.Wait());
   }
-  engine.RefineGrid(0, answers.Callback());
-  FetchResult<ResultPosAck>(engine, answers.Wait());
-  engine.RequestQuery(kBoundsQuery, answers.Callback());
-  const SGBoundingBox bounds = FetchResult<ResultBBox>(engine, answers.Wait())->bounds;
-  engine.RequestDepth(bounds, 0, kFullResolution, answers.Callback());
-  std::shared_ptr<const ResultDepth> depths = FetchResult<ResultDepth>(engine, answers.Wait());
+  engine.RefineGrid(0, awaited.Callback());
+  FetchResult<ResultPosAck>(engine, awaited.Wait());
+  engine.RequestQuery(kBoundsQuery, awaited.Callback());
+  const SGBoundingBox bounds = FetchResult<ResultBBox>(engine, awaited.Wait())->bounds;
+  engine.RequestDepth(bounds, 0, kFullResolution, awaited.Callback());
+  std::shared_ptr<const ResultDepth> depths = FetchResult<ResultDepth>(engine, awaited.Wait());
   engine.DetachEngine();
   return depths;
 }

@@ -6,13 +6,11 @@
 #include <vector>
 
 #include "gridding/core/local_trend.h"
+#include "gridding/core/median.h"
 
 namespace quarro::core {
 
 namespace {
-
-// Of a normal deviate over the median of its magnitude.
-constexpr double kDeviationOfMedian = 1.4826;
 
 // The hypothesis with most support, wherever it stands in the list.
 const Hypothesis& BestSupported(std::span<const Hypothesis> hypotheses) {
@@ -119,11 +117,9 @@ Expectation Expected(const std::vector<Witness>& witnesses, double reach_m,
     depths_m.push_back(witness.depth_m - trend.east * witness.east_m -
                        trend.north * witness.north_m);
   }
-  const double depth_m = MedianOf(depths_m);
-  for (double& off_m : depths_m) off_m = std::abs(off_m - depth_m);
-  return {.depth_m = depth_m,
-          .scatter_m = kDeviationOfMedian * MedianOf(depths_m),
-          .agreement_sigmas = settings.agreement_sigmas};
+  const auto [depth_m, scatter_m] = CentreAndScatterOf(depths_m);
+  return {
+      .depth_m = depth_m, .scatter_m = scatter_m, .agreement_sigmas = settings.agreement_sigmas};
 }
 
 // Unless the hypothesis with most support agrees with the expectation, the nearest of the competing

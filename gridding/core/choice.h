@@ -16,11 +16,13 @@ using RefinedNeighbourhood = std::array<const Refinement*, 9>;
 // hypothesis to the front of the node's list.
 //
 // By support the one with most soundings is reported. By neighbours a node whose runner-up has at
-// least `ambiguous_share` of the soundings of the first reports the hypothesis nearest to what the
-// unambiguous nodes within `neighbour_reach` spacings of it lead one to expect: the median of their
-// depths, each carried to the node along their common slope. A school of fish outnumbers the
-// seafloor at a few nodes only, and the nodes around it tell. A node with a single hypothesis is
-// never changed, so a wreck or rock that every sounding of a node has met stays.
+// least `ambiguous_share` of the soundings of the first asks the unambiguous nodes within
+// `neighbour_reach` spacings of it what to expect: the median of their depths, each carried to the
+// node along their common slope, with their scatter about it. The first hypothesis stays where it
+// agrees with that, within `agreement_sigmas` standard uncertainties of both; otherwise the nearest
+// competing one that agrees is reported, and where none does, the first. A school of fish
+// outnumbers the seafloor at a few nodes only, and the nodes around it tell. A node with a single
+// hypothesis is never changed, so a wreck or rock that every sounding of a node has met stays.
 //
 // `centre` is the refinement that cells[kCentre] points to, or a copy of it.
 void ChooseHypotheses(const RefinedNeighbourhood& cells, const GridSettings& settings,

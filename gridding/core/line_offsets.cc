@@ -3,16 +3,14 @@
 #include <algorithm>
 #include <cmath>
 
+#include "gridding/core/median.h"
+
 namespace quarro::core {
 
 namespace {
 
 // Fewer places tell nothing for certain.
 constexpr std::size_t kFewestPlaces = 16;
-// Standard deviation of a normal deviate over the median of its magnitude.
-constexpr double kDeviationOfMedian = 1.4826;
-// Standard uncertainty of a median over that of a mean.
-constexpr double kMedianFactor = 1.2533;
 
 }  // namespace
 
@@ -40,10 +38,7 @@ LineOffsets::Pair& LineOffsets::PairOf(std::size_t earlier, std::size_t later) {
 }
 
 void LineOffsets::AddBlock(std::span<const NodeSounding> soundings, const LocalTrend& trend) {
-  if (soundings.empty() || soundings.front().line == soundings.back().line) {
-    if (!soundings.empty()) IndexOf(soundings.front().line);
-    return;
-  }
+  if (soundings.empty() || soundings.front().line == soundings.back().line) return;
   block_.clear();
   for (std::size_t begin = 0; begin < soundings.size();) {
     depths_m_.clear();
@@ -67,14 +62,12 @@ void LineOffsets::AddBlock(std::span<const NodeSounding> soundings, const LocalT
 }
 
 void LineOffsets::Judge(Pair& pair) const {
-  std::vector<double>& differences = pair.differences_m;
   pair.real = false;
-  if (differences.size() < kFewestPlaces) return;
-  const double offset_m = MedianOf(differences);
-  for (double& difference_m : differences) difference_m = std::abs(difference_m - offset_m);
-  const double scatter_m = kDeviationOfMedian * MedianOf(differences);
+  const std::size_t places = pair.differences_m.size();
+  if (places < kFewestPlaces) return;
+  const auto [offset_m, scatter_m] = CentreAndScatterOf(pair.differences_m);
   const double sigma_m =
-      kMedianFactor * scatter_m / std::sqrt(static_cast<double>(differences.size()));
+      scatter_m * std::sqrt(kVarianceOfMedianOverMean / static_cast<double>(places));
   pair.offset_m = offset_m;
   pair.real = std::abs(offset_m) > settings_.offset_sigmas * sigma_m;
 }
@@ -111,8 +104,8 @@ void LineOffsets::Conclude() {
 }
 
 bool LineOffsets::Matters(std::size_t a, std::size_t b) const {
-  if (shares_[a].count == 0 || shares_[b].count == 0) return false;
-  const double variance_m2 = 1.0 / shares_[a].information + 1.0 / shares_[b].information;
+  if (information_[a] == 0.0 || information_[b] == 0.0) return false;
+  const double variance_m2 = 1.0 / information_[a] + 1.0 / information_[b];
   return group_offsets_m_[a * group_count_ + b] > settings_.split_sigmas * std::sqrt(variance_m2);
 }
 
@@ -126,12 +119,10 @@ std::span<const std::span<const NodeSounding>> LineOffsets::Parts(
     const auto found = std::find(lines_.begin(), lines_.end(), sounding.line);
     return found == lines_.end() ? 0 : groups_[static_cast<std::size_t>(found - lines_.begin())];
   };
-  shares_.assign(group_count_, {});
+  information_.assign(group_count_, 0.0);
   for (const NodeSounding& sounding : soundings) {
-    Share& share = shares_[group_of(sounding)];
     const double sigma_m = sounding.sigma_v_m;
-    share.information += 1.0 / (sigma_m * sigma_m);
-    ++share.count;
+    information_[group_of(sounding)] += 1.0 / (sigma_m * sigma_m);
   }
   bool matters = false;
   for (std::size_t a = 1; a < group_count_; ++a) {

@@ -28,7 +28,7 @@ class LineOffsets {
   explicit LineOffsets(const EstimatorSettings& settings) : settings_(settings) {}
 
   void Clear();
-  // The soundings of one small block, those of a line together and lines ascending.
+  // The soundings of one small block, those of a line together.
   void AddBlock(std::span<const NodeSounding> soundings, const LocalTrend& trend);
   // After the last block.
   void Conclude();
@@ -48,12 +48,6 @@ class LineOffsets {
     double offset_m = 0.0;
     bool real = false;
   };
-  // What the lines of one group say of a node together.
-  struct Share {
-    double information = 0.0;  // 1 / variance of the mean
-    std::size_t count = 0;
-  };
-
   std::size_t IndexOf(std::uint32_t line);
   Pair& PairOf(std::size_t earlier, std::size_t later);
   void Judge(Pair& pair) const;
@@ -61,7 +55,7 @@ class LineOffsets {
   bool Matters(std::size_t a, std::size_t b) const;
 
   EstimatorSettings settings_;
-  std::vector<std::uint32_t> lines_;  // ascending
+  std::vector<std::uint32_t> lines_;  // that share a block with another, as they came
   std::vector<std::size_t> groups_;   // one a line: lines that agree
   std::size_t group_count_ = 0;
   std::vector<Pair> pairs_;              // of line i and j < i at i (i - 1) / 2 + j
@@ -69,7 +63,7 @@ class LineOffsets {
 
   std::vector<BlockLine> block_;
   std::vector<double> depths_m_;
-  std::vector<Share> shares_;
+  std::vector<double> information_;  // 1 / variance of the mean of a group's soundings at a node
   std::vector<NodeSounding> ordered_;
   std::vector<std::span<const NodeSounding>> parts_;
 };

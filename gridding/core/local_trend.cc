@@ -2,63 +2,17 @@
 
 #include <algorithm>
 #include <cmath>
-#include <utility>
+
+#include "gridding/core/median.h"
 
 namespace quarro::core {
 
 namespace {
 
-// Median of the magnitude of a standard normal deviate.
-constexpr double kMedianMagnitude = 0.6744897501960817;
 constexpr std::size_t kFewestPairs = 10;
 constexpr int kRounds = 5;
 // In units of the noise: a pair of good soundings hardly ever lies beyond.
 constexpr double kReachOfNoise = 3.5;
-
-// Most medians are of a handful of values, where insertion beats selection, and of the very few an
-// odd-even transposition network, which has no branches to mispredict, beats insertion.
-constexpr std::size_t kFewValues = 24;
-constexpr std::size_t kVeryFewValues = 12;
-
-template <std::size_t kCount>
-void SortByNetwork(double* values) {
-  std::array<double, kCount> sorted;
-  std::copy_n(values, kCount, sorted.begin());
-#pragma GCC unroll 12
-  for (std::size_t round = 0; round < kCount; ++round) {
-#pragma GCC unroll 12
-    for (std::size_t i = round % 2; i + 1 < kCount; i += 2) {
-      const double low = std::min(sorted[i], sorted[i + 1]);
-      sorted[i + 1] = std::max(sorted[i], sorted[i + 1]);
-      sorted[i] = low;
-    }
-  }
-  std::copy_n(sorted.begin(), kCount, values);
-}
-
-template <std::size_t... kCounts>
-constexpr std::array<void (*)(double*), sizeof...(kCounts)> Networks(
-    std::index_sequence<kCounts...> /*counts*/) {
-  return {SortByNetwork<kCounts + 1>...};
-}
-// For 1, 2, ... values.
-constexpr auto kNetworks = Networks(std::make_index_sequence<kVeryFewValues>());
-
-void SortFew(std::span<double> values) {
-  if (values.size() <= kVeryFewValues) {
-    kNetworks[values.size() - 1](values.data());
-    return;
-  }
-  for (std::size_t i = 1; i < values.size(); ++i) {
-    const double value = values[i];
-    std::size_t j = i;
-    for (; j > 0 && values[j - 1] > value; --j) values[j] = values[j - 1];
-    values[j] = value;
-  }
-}
-
-// Of a median of normal deviates over that of their mean.
-constexpr double kMedianInefficiency = 1.5707963267948966;
 
 struct Slope {
   double value = 0.0;
@@ -88,24 +42,12 @@ Slope SlopeAlong(const std::array<BlockMedian, 9>& blocks, double block_m, std::
   if (count < 2) return {.value = 0.0, .variance = unknown};
   const double slope = MedianOf(std::span(slopes).first(count));
   const auto pairs = static_cast<double>(count);
-  const double variance = kMedianInefficiency * variance_sum / (pairs * pairs);
+  const double variance = kVarianceOfMedianOverMean * variance_sum / (pairs * pairs);
   const double kept = slope == 0.0 ? 0.0 : std::max(0.0, 1.0 - variance / (slope * slope));
   return {.value = slope * kept, .variance = std::min(variance, unknown)};
 }
 
 }  // namespace
-
-double MedianOf(std::span<double> depths_m) {
-  if (depths_m.size() <= kFewValues) {
-    SortFew(depths_m);
-    const std::size_t half = depths_m.size() / 2;
-    return depths_m.size() % 2 == 1 ? depths_m[half] : 0.5 * (depths_m[half - 1] + depths_m[half]);
-  }
-  const auto middle = depths_m.begin() + static_cast<std::ptrdiff_t>(depths_m.size() / 2);
-  std::nth_element(depths_m.begin(), middle, depths_m.end());
-  if (depths_m.size() % 2 == 1) return *middle;
-  return 0.5 * (*middle + *std::max_element(depths_m.begin(), middle));
-}
 
 LocalTrend TrendAcross(const std::array<BlockMedian, 9>& blocks, double block_m,
                        double unknown_slope) {
@@ -137,7 +79,7 @@ double NoiseScale::Value() {
   std::span<double> within(ratios_);
   double scale = 1.0;
   for (int round = 0; round < kRounds; ++round) {
-    scale = std::max(1.0, MedianOf(within) / kMedianMagnitude);
+    scale = std::max(1.0, MedianOf(within) / kMedianMagnitudeOfNormal);
     const auto end = std::partition(within.begin(), within.end(),
                                     [&](double ratio) { return ratio <= kReachOfNoise * scale; });
     const auto count = static_cast<std::size_t>(end - within.begin());
@@ -163,7 +105,7 @@ BlockMedian BlockMedianFinder::Of(std::span<const NodeSounding> soundings) {
   return {.east_m = east_sum_m / count,
           .north_m = north_sum_m / count,
           .depth_m = MedianOf(depths_m_),
-          .variance_m2 = kMedianInefficiency * variance_sum_m2 / (count * count),
+          .variance_m2 = kVarianceOfMedianOverMean * variance_sum_m2 / (count * count),
           .filled = true};
 }
 

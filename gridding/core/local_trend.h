@@ -28,9 +28,6 @@ class BlockMedianFinder {
   std::vector<double> depths_m_;
 };
 
-// Median of `depths_m`, which it reorders; of an even count the mean of the middle two. Not empty.
-double MedianOf(std::span<double> depths_m);
-
 // The slope across a 3 x 3 neighbourhood of blocks with sides of `block_m`, in row-major order from
 // the south-west: medians of the slopes between blocks next to each other (Theil and Sen's
 // estimator over neighbours), so that one bad block has no say. A slope g known with variance v is
