@@ -126,10 +126,10 @@ int RunClient(int argc, const char* const* argv, const FrontEndMaker& make_local
   auto client = (options.local ? make_local : make_remote)(*params);
   if (!IsDebugLevel(options.debug_level)) {
     RefuseDebugLevel(log);
-    // The process ends here, and the front end with it.
-    static SGClientBase* left_standing = nullptr;
+    // The process ends here, and the front end with it. Volatile: nobody reads it, and yet it is to
+    // be kept.
+    [[maybe_unused]] static SGClientBase* volatile left_standing = nullptr;
     left_standing = client.release();
-    static_cast<void>(left_standing);
     return kNothingRun;
   }
   client->SetLogFilter(SlogLevel(options.debug_level));

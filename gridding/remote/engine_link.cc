@@ -75,9 +75,14 @@ void EngineLink::OpenSession() {
   }
   if (!status.ok()) {
     throw ExSGClientBase(
-        std::string("cannot be reached with ") +
-        (settings_.UsesTls() ? "the certificates of section Network" : "plain text") + ": " +
-        status.error_message());
+        (settings_.UsesTls() ? "cannot be reached with the certificates of section Network: "
+                             : "cannot be reached with plain text: ") +
+        status.error_message() +
+        (settings_.UsesTls()
+             ? " (is it up, with a certificate of the same authority that names its address?)"
+             : " (is it up? One that wants certificates needs CertificateAuthority, Certificate "
+               "and "
+               "PrivateKey of section Network)"));
   }
   if (reply.has_refused()) std::rethrow_exception(rpc::FromMessage(reply.refused()));
   if (reply.opened().protocol_version() != rpc::kProtocolVersion) {
