@@ -31,6 +31,12 @@ if(QUARRO_SANITIZE)
     # Boost.Asio has a memory fence, which the thread sanitizer does not see; locks order the same.
     target_compile_options(quarro_settings INTERFACE -Wno-tsan)
   endif()
+  if(QUARRO_SANITIZE MATCHES "thread")
+    # Otherwise libraries that are not instrumented would call this program's instances of the
+    # standard library's templates instead of their own, and races be reported that are none.
+    target_link_options(quarro_settings INTERFACE
+                        -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/no_exports.map)
+  endif()
   if(QUARRO_SANITIZE MATCHES "undefined")
     target_compile_options(quarro_settings INTERFACE -fno-sanitize-recover=undefined)
   endif()

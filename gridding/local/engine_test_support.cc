@@ -1,6 +1,8 @@
 #include "gridding/local/engine_test_support.h"
 
+#include <chrono>
 #include <cmath>
+#include <condition_variable>
 #include <cstdlib>
 #include <fstream>
 #include <mutex>
@@ -225,16 +227,25 @@ void Attach(SGDebugClient& client) { client.AttachEngine(client.FindEngines().fr
 class EngineLog::Drain : public SlogDrain {
  public:
   void Write(const std::string&, int level, const std::string& text) override {
-    const std::lock_guard lock(mutex_);
-    text_ += std::to_string(level) + ' ' + text + '\n';
+    {
+      const std::lock_guard lock(mutex_);
+      text_ += std::to_string(level) + ' ' + text + '\n';
+    }
+    changed_.notify_all();
   }
   std::string Text() {
     const std::lock_guard lock(mutex_);
     return text_;
   }
+  bool WaitFor(const std::string& part) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::seconds(60),
+                             [&] { return text_.find(part) != std::string::npos; });
+  }
 
  private:
   std::mutex mutex_;  // guards text_
+  std::condition_variable changed_;
   std::string text_;
 };
 
@@ -248,5 +259,7 @@ EngineLog::EngineLog() : drain_(std::make_shared<Drain>()) {
 EngineLog::~EngineLog() { Slog("engine").RemoveDrains(); }
 
 std::string EngineLog::Text() const { return drain_->Text(); }
+
+bool EngineLog::WaitFor(const std::string& part) const { return drain_->WaitFor(part); }
 
 }  // namespace quarro::testing

@@ -126,6 +126,8 @@ class EngineLog {
   EngineLog(const EngineLog&) = delete;
   EngineLog& operator=(const EngineLog&) = delete;
   std::string Text() const;
+  // Until the text has `part`; false when it still has not after a minute.
+  bool WaitFor(const std::string& part) const;
 
  private:
   class Drain;

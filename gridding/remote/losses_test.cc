@@ -94,7 +94,7 @@ TEST_F(Losses, WhatIsOutstandingFailsOnceTheTimeToReconnectIsOver) {
   EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(8));
   EXPECT_THAT(ReasonOf([&] { client_->AddLine("1.xyz", 1, false, {}); }), HasSubstr("is lost"));
   EXPECT_FALSE(client_->SetRemoteLogLevel(3));
-  EXPECT_THAT(log_.Text(), HasSubstr("5 the engine at "));
+  EXPECT_TRUE(log_.WaitFor("5 the engine at "));
 
   proxy_->Mend();
   client_->DetachEngine();
