@@ -6,6 +6,7 @@ import re
 import shutil
 import subprocess
 from dataclasses import dataclass, field
+from pathlib import Path
 
 import h5py
 import numpy
@@ -161,7 +162,10 @@ def box_against_whole(tools, threads, runs):
     for _ in range(runs):
         for form, words in (("text", "get depth full"), ("BAG", "get depth full bag")):
             for part, bounds in (("box", box), ("whole", "")):
-                cost = client.do(f"{words} {bounds} {tools.path('part.' + form)}", "synch")
+                # A file anew each time: taking the place of a large one costs time of its own.
+                file = Path(tools.path("part." + form))
+                file.unlink(missing_ok=True)
+                cost = client.do(f"{words} {bounds} {file}", "synch")
                 costs.setdefault((form, part), []).append(cost.wall_s)
     client.exit()
     return costs

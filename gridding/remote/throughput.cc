@@ -4,6 +4,7 @@
 //   network_throughput DIRECTORY LINE...
 //
 // Works in DIRECTORY. The server runs in this process, on loopback.
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include "gridding/local/sg_debug_client.h"
 #include "gridding/remote/super_grid_client.h"
@@ -24,6 +26,7 @@
 namespace quarro {
 namespace {
 
+constexpr int kRounds = 4;
 constexpr float kResolution_m = 10.0F;
 constexpr double kMiB = 1024.0 * 1024.0;
 // Cells of the large result on a side; each takes 120 bytes on its way.
@@ -85,12 +88,52 @@ Seconds Measure(SGClientBase& client, const std::string& grid,
   std::promise<SEResultToken> token;
   client.RequestResolution(box, 1, [&](const SEResultToken& told) { token.set_value(told); });
   const SEResultToken large = token.get_future().get();
+  ::sync();
   const auto asked = std::chrono::steady_clock::now();
   const double processor_asked = ProcessorSeconds();
   const std::unique_ptr<SEBaseResult> result(client.GetResult(large));
   seconds.fetch = std::chrono::duration<double>(std::chrono::steady_clock::now() - asked).count();
   seconds.fetch_processor = ProcessorSeconds() - processor_asked;
   return seconds;
+}
+
+// Nothing left to be written to disc by what was before.
+void CleanUp(const MParams& params, const char* grid) {
+  std::filesystem::remove_all(std::filesystem::path(params.Lookup("Engine", "WorkingDirectory")) /
+                              grid);
+  ::sync();
+}
+
+Seconds MeasureLocal(const MParams& params, const std::vector<std::string>& lines) {
+  CleanUp(params, "local");
+  SGDebugClient client(params);
+  client.AttachEngine(client.FindEngines().front());
+  return Measure(client, "local", lines);
+}
+
+Seconds MeasureRemote(const MParams& params, const std::vector<std::string>& lines) {
+  CleanUp(params, "remote");
+  const rpc::NetworkServer server(params);
+  SuperGridClient client(params);
+  client.AttachEngine({.protocol_version = rpc::kProtocolVersion,
+                       .engine_version = rpc::kEngineVersion,
+                       .threads = 1,
+                       .port = server.Port(),
+                       .ipv4_address = 0x7f000001});
+  return Measure(client, "remote", lines);
+}
+
+Seconds MediansOf(const std::vector<Seconds>& rounds) {
+  const auto median = [&](double Seconds::*figure) {
+    std::vector<double> values;
+    for (const Seconds& round : rounds) values.push_back(round.*figure);
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+  };
+  return {.lines = median(&Seconds::lines),
+          .lines_processor = median(&Seconds::lines_processor),
+          .fetch = median(&Seconds::fetch),
+          .fetch_processor = median(&Seconds::fetch_processor)};
 }
 
 void Report(const char* name, const Seconds& seconds, std::uint64_t bytes) {
@@ -116,32 +159,26 @@ int Run(int argc, const char* const* argv) {
   params.Set("Network", "SurveyDirectories", "/");
   for (const char* channel : {"engine", "server"}) Slog(channel).SetFilter(SlogLevel(3));
 
-  // Once unmeasured: files are in the system's memory afterwards.
-  for (int round = 0; round < 2; ++round) {
-    Seconds local;
-    {
-      SGDebugClient client(params);
-      client.AttachEngine(client.FindEngines().front());
-      local = Measure(client, "local_" + std::to_string(round), lines);
-    }
-    const rpc::NetworkServer server(params);
-    SuperGridClient client(params);
-    client.AttachEngine({.protocol_version = rpc::kProtocolVersion,
-                         .engine_version = rpc::kEngineVersion,
-                         .threads = 1,
-                         .port = server.Port(),
-                         .ipv4_address = 0x7f000001});
-    const Seconds remote = Measure(client, "remote_" + std::to_string(round), lines);
-    if (round == 0) continue;
-    Report("in process", local, bytes);
-    Report("network   ", remote, bytes);
-    const double megabytes = (kCells + 1) * (kCells + 1) * kBytesOnTheWay / 1e6;
-    std::cout << "network commits lines at " << 100.0 * local.lines / remote.lines
-              << " % of the speed in process" << std::endl
-              << "a result of " << megabytes << " MB is fetched in " << remote.fetch << " s, "
-              << megabytes / remote.fetch << " MB/s, " << remote.fetch_processor
-              << " s of processor time on both sides together" << std::endl;
+  // Once unmeasured: files are in the system's memory afterwards. Then by turns, each first in half
+  // of the rounds, since the machine writes to disc what the one before has left.
+  std::vector<Seconds> local;
+  std::vector<Seconds> remote;
+  MeasureLocal(params, lines);
+  for (int round = 0; round < kRounds; ++round) {
+    if (round % 2 == 0) local.push_back(MeasureLocal(params, lines));
+    remote.push_back(MeasureRemote(params, lines));
+    if (round % 2 == 1) local.push_back(MeasureLocal(params, lines));
   }
+  const Seconds locally = MediansOf(local);
+  const Seconds remotely = MediansOf(remote);
+  Report("in process", locally, bytes);
+  Report("network   ", remotely, bytes);
+  const double megabytes = (kCells + 1) * (kCells + 1) * kBytesOnTheWay / 1e6;
+  std::cout << "network commits lines at " << 100.0 * locally.lines / remotely.lines
+            << " % of the speed in process" << std::endl
+            << "a result of " << megabytes << " MB is fetched in " << remotely.fetch << " s, "
+            << megabytes / remotely.fetch << " MB/s, " << remotely.fetch_processor
+            << " s of processor time on both sides together" << std::endl;
   return 0;
 }
 

@@ -1,5 +1,7 @@
 #include "gridding/service/grid_refiner.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -20,6 +22,10 @@
 namespace quarro::service {
 
 namespace {
+
+// Of refinements that wait for the choice; more go to a file, whose pages the system keeps in memory
+// as long as nobody else wants it, so that it costs no time.
+constexpr std::uint64_t kMostWaitingBytes = std::uint64_t{32} << 20U;
 
 using Block = std::pair<core::CellIndex, std::uint64_t>;  // and its mask
 struct BlockResult {
@@ -203,7 +209,8 @@ RefinementSummary RefineGrid(OpenGrid& grid, const TraceList& traces,
   if (to_estimate.blocks().empty()) return summary;
 
   WorkerPool workers(grid, limits.threads, limits.memory_bytes);
-  EstimatedBlocks estimated(limits.spool_directory, limits.memory_bytes / 4);
+  EstimatedBlocks estimated(limits.spool_directory,
+                            std::min(limits.memory_bytes / 4, kMostWaitingBytes));
   ForEachBlock(
       to_estimate, workers, limits.threads, cancelled,
       [&](Worker& worker, const Block& block, std::vector<RefinedCell>& cells) {
