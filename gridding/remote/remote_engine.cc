@@ -41,6 +41,8 @@ std::string AddressOf(const QuarroSpec& spec) {
 RemoteEngine::RemoteEngine(const MParams& params)
     : settings_(rpc::ReadNetworkSettings(params)), spool_directory_(SpoolDirectory(params)) {}
 
+// It throws when it is destroyed by one of its own call-backs, which is a mistake of the caller.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 RemoteEngine::~RemoteEngine() {
   if (link_) Detach();
 }

@@ -21,7 +21,8 @@ class RemoteEngine {
  public:
   // Throws ExSGClientBase for a parameter out of range.
   explicit RemoteEngine(const MParams& params);
-  // Detaches.
+  // Detaches. Not on a thread of call-backs.
+  // NOLINTNEXTLINE(bugprone-exception-escape)
   ~RemoteEngine();
   RemoteEngine(const RemoteEngine&) = delete;
   RemoteEngine& operator=(const RemoteEngine&) = delete;

@@ -126,6 +126,7 @@ Seconds MeasureRemote(const MParams& params, const std::vector<std::string>& lin
 Seconds MediansOf(const std::vector<Seconds>& rounds) {
   const auto median = [&](double Seconds::*figure) {
     std::vector<double> values;
+    values.reserve(rounds.size());
     for (const Seconds& round : rounds) values.push_back(round.*figure);
     std::sort(values.begin(), values.end());
     return values[values.size() / 2];

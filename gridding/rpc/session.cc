@@ -62,7 +62,7 @@ service::EngineConfig Session::OwnConfig(const service::EngineConfig& config) {
 }
 
 std::string Session::FindLine(const std::string& file_name) {
-  const std::string path = host_.survey_directories.Resolve(file_name);
+  std::string path = host_.survey_directories.Resolve(file_name);
   const std::lock_guard lock(mutex_);
   opened_as_.emplace_back(path, file_name);
   if (opened_as_.size() > kLinesRemembered) opened_as_.pop_front();
