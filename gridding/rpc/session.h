@@ -140,8 +140,8 @@ class Session {
   mutable std::condition_variable changed_;
   std::set<std::uint64_t> announced_;  // to the client, which has not done with it
   std::map<std::uint32_t, std::pair<Held, std::uint64_t>> held_;  // with its bytes
-  std::uint64_t lines_and_barriers_ = 0;  // not yet completed
-  std::uint64_t other_requests_ = 0;      // not yet completed
+  std::uint64_t lines_and_barriers_ = 0;                          // not yet completed
+  std::uint64_t other_requests_ = 0;                              // not yet completed
   std::string grid_;
   std::multiset<std::string> grids_to_open_;
   std::deque<std::pair<std::string, std::string>> opened_as_;  // path and name of late lines
