@@ -175,7 +175,7 @@ void LowResolutionEstimator::Estimate(CellState& state, EstimatorTrace* trace) {
   surroundings.spacing_m = reach_m / settings_.estimator.capture_radius;
   const double unknown_slope = UnknownSlope(state.statistics);
   surroundings.trend = steepness_.Checked(
-      soundings_, TrendAround(soundings_, reach_m, unknown_slope), unknown_slope);
+      soundings_, trend_finder_.Around(soundings_, reach_m, unknown_slope), unknown_slope);
   surroundings.noise_scale = ScatterOf(soundings_, surroundings.trend);
   estimator_.Estimate(soundings_, surroundings, state.low, trace);
 }

@@ -69,6 +69,7 @@ class LowResolutionEstimator {
   GridSettings settings_;
   NodeEstimator estimator_;
   SteepnessCheck steepness_;
+  TrendFinder trend_finder_;
   std::vector<NodeSounding> soundings_;
 };
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include "gridding/core/local_trend.h"
@@ -31,65 +33,7 @@ bool IsAmbiguous(std::span<const Hypothesis> hypotheses, double ambiguous_share)
   });
 }
 
-struct Witness {
-  double east_m;  // of the node that asks
-  double north_m;
-  double depth_m;
-  double sigma_m;
-};
-
-// The unambiguous nodes around one place of the centre cell.
-class Witnesses {
- public:
-  Witnesses(const RefinedNeighbourhood& cells, const GridSettings& settings)
-      : cells_(cells), settings_(settings) {}
-
-  // `east_m` and `north_m` are of the cell's node.
-  const std::vector<Witness>& Around(double east_m, double north_m, double reach_m) {
-    found_.clear();
-    for (std::size_t i = 0; i < cells_.size(); ++i) {
-      if (cells_[i] != nullptr) {
-        Ask(*cells_[i], east_m - Shift(i % 3), north_m - Shift(i / 3), reach_m);
-      }
-    }
-    return found_;
-  }
-
- private:
-  double Shift(std::size_t step) const {
-    return (static_cast<double>(step) - 1.0) * settings_.resolution_m;
-  }
-
-  void Ask(const Refinement& cell, double east_m, double north_m, double reach_m) {
-    const double spacing_m = settings_.resolution_m / cell.nodes_per_side;
-    const double edge_m = 0.5 * settings_.resolution_m - 0.5 * spacing_m;
-    const auto first = [&](double offset_m) {
-      return std::max(0L, std::lround(std::ceil((offset_m - reach_m + edge_m) / spacing_m)));
-    };
-    const auto last = [&](double offset_m) {
-      return std::min(static_cast<long>(cell.nodes_per_side) - 1,
-                      std::lround(std::floor((offset_m + reach_m + edge_m) / spacing_m)));
-    };
-    for (long row = first(north_m); row <= last(north_m); ++row) {
-      for (long column = first(east_m); column <= last(east_m); ++column) {
-        const auto node = cell.Node(static_cast<std::size_t>(row) * cell.nodes_per_side +
-                                    static_cast<std::size_t>(column));
-        const double away_east_m = static_cast<double>(column) * spacing_m - edge_m - east_m;
-        const double away_north_m = static_cast<double>(row) * spacing_m - edge_m - north_m;
-        if (away_east_m * away_east_m + away_north_m * away_north_m > reach_m * reach_m) continue;
-        if (node.empty() || IsAmbiguous(node, settings_.estimator.ambiguous_share)) continue;
-        const Hypothesis& best = BestSupported(node);
-        found_.push_back({away_east_m, away_north_m, best.depth_m, std::sqrt(best.variance_m2)});
-      }
-    }
-  }
-
-  const RefinedNeighbourhood& cells_;
-  const GridSettings& settings_;
-  std::vector<Witness> found_;
-};
-
-// What the witnesses lead one to expect at the node, and how far they differ from it themselves.
+// What the nodes around lead one to expect at a node, and how far they differ from it themselves.
 struct Expectation {
   double depth_m;
   double scatter_m;
@@ -100,27 +44,95 @@ struct Expectation {
   }
 };
 
-Expectation Expected(const std::vector<Witness>& witnesses, double reach_m,
-                     const EstimatorSettings& settings) {
-  std::vector<NodeSounding> around;
-  around.reserve(witnesses.size());
-  for (const Witness& witness : witnesses) {
-    around.push_back({.east_m = static_cast<float>(witness.east_m),
-                      .north_m = static_cast<float>(witness.north_m),
-                      .depth_m = static_cast<float>(witness.depth_m),
-                      .sigma_v_m = static_cast<float>(witness.sigma_m)});
+// Asks the unambiguous nodes around a place of the centre cell: its witnesses.
+class Inquiry {
+ public:
+  Inquiry(const RefinedNeighbourhood& cells, const GridSettings& settings, double reach_m)
+      : cells_(cells), settings_(settings), reach_m_(reach_m) {}
+
+  // `east_m` and `north_m` are of the cell's node. Nothing where there are too few witnesses.
+  std::optional<Expectation> At(double east_m, double north_m) {
+    witnesses_.clear();
+    for (std::size_t i = 0; i < cells_.size(); ++i) {
+      if (cells_[i] == nullptr) continue;
+      Ask(*cells_[i], east_m - Shift(i % 3), north_m - Shift(i / 3));
+    }
+    if (witnesses_.size() < static_cast<std::size_t>(settings_.estimator.fewest_neighbours)) {
+      return std::nullopt;
+    }
+    return Conclusion();
   }
-  const LocalTrend trend = TrendAround(around, reach_m, settings.unknown_slope);
-  std::vector<double> depths_m;
-  depths_m.reserve(witnesses.size());
-  for (const Witness& witness : witnesses) {
-    depths_m.push_back(witness.depth_m - trend.east * witness.east_m -
-                       trend.north * witness.north_m);
+
+ private:
+  struct Witness {
+    double east_m;  // of the node that asks
+    double north_m;
+    double depth_m;
+    double sigma_m;
+  };
+
+  double Shift(std::size_t step) const {
+    return (static_cast<double>(step) - 1.0) * settings_.resolution_m;
   }
-  const auto [depth_m, scatter_m] = CentreAndScatterOf(depths_m);
-  return {
-      .depth_m = depth_m, .scatter_m = scatter_m, .agreement_sigmas = settings.agreement_sigmas};
-}
+
+  void Ask(const Refinement& cell, double east_m, double north_m) {
+    const double spacing_m = settings_.resolution_m / cell.nodes_per_side;
+    const double edge_m = 0.5 * settings_.resolution_m - 0.5 * spacing_m;
+    const auto first = [&](double offset_m) {
+      return std::max(0L, std::lround(std::ceil((offset_m - reach_m_ + edge_m) / spacing_m)));
+    };
+    const auto last = [&](double offset_m) {
+      return std::min(static_cast<long>(cell.nodes_per_side) - 1,
+                      std::lround(std::floor((offset_m + reach_m_ + edge_m) / spacing_m)));
+    };
+    const long last_row = last(north_m);
+    const long first_column = first(east_m);
+    const long last_column = last(east_m);
+    for (long row = first(north_m); row <= last_row; ++row) {
+      for (long column = first_column; column <= last_column; ++column) {
+        const double away_east_m = static_cast<double>(column) * spacing_m - edge_m - east_m;
+        const double away_north_m = static_cast<double>(row) * spacing_m - edge_m - north_m;
+        if (away_east_m * away_east_m + away_north_m * away_north_m > reach_m_ * reach_m_) continue;
+        const auto node = cell.Node(static_cast<std::size_t>(row) * cell.nodes_per_side +
+                                    static_cast<std::size_t>(column));
+        if (node.empty() || IsAmbiguous(node, settings_.estimator.ambiguous_share)) continue;
+        const Hypothesis& best = BestSupported(node);
+        witnesses_.push_back(
+            {away_east_m, away_north_m, best.depth_m, std::sqrt(best.variance_m2)});
+      }
+    }
+  }
+
+  Expectation Conclusion() {
+    around_.clear();
+    for (const Witness& witness : witnesses_) {
+      around_.push_back({.east_m = static_cast<float>(witness.east_m),
+                         .north_m = static_cast<float>(witness.north_m),
+                         .depth_m = static_cast<float>(witness.depth_m),
+                         .sigma_v_m = static_cast<float>(witness.sigma_m)});
+    }
+    const LocalTrend trend =
+        trend_finder_.Around(around_, reach_m_, settings_.estimator.unknown_slope);
+    depths_m_.clear();
+    for (const Witness& witness : witnesses_) {
+      depths_m_.push_back(witness.depth_m - trend.east * witness.east_m -
+                          trend.north * witness.north_m);
+    }
+    const auto [depth_m, scatter_m] = CentreAndScatterOf(depths_m_);
+    return {.depth_m = depth_m,
+            .scatter_m = scatter_m,
+            .agreement_sigmas = settings_.estimator.agreement_sigmas};
+  }
+
+  const RefinedNeighbourhood& cells_;
+  const GridSettings& settings_;
+  const double reach_m_;
+  TrendFinder trend_finder_;
+  // Working memory of one place.
+  std::vector<Witness> witnesses_;
+  std::vector<NodeSounding> around_;
+  std::vector<double> depths_m_;
+};
 
 // Unless the hypothesis with most support agrees with the expectation, the nearest of the competing
 // ones that does comes first.
@@ -140,35 +152,40 @@ void MoveAgreeingToFront(std::span<Hypothesis> hypotheses, const Expectation& ex
               hypotheses.begin() + static_cast<std::ptrdiff_t>(nearest) + 1);
 }
 
+// What to expect at each ambiguous node of the centre cell that has witnesses enough.
+std::vector<std::pair<std::size_t, Expectation>> ExpectationsAtAmbiguousNodes(
+    const RefinedNeighbourhood& cells, const GridSettings& settings, const Refinement& centre) {
+  const double spacing_m = settings.resolution_m / centre.nodes_per_side;
+  const double edge_m = 0.5 * settings.resolution_m - 0.5 * spacing_m;
+  Inquiry inquiry(cells, settings, settings.estimator.neighbour_reach * spacing_m);
+  std::vector<std::pair<std::size_t, Expectation>> expected;
+  for (std::size_t node = 0; node + 1 < centre.first.size(); ++node) {
+    const auto hypotheses = centre.Node(node);
+    if (hypotheses.size() < 2) continue;
+    if (!IsAmbiguous(hypotheses, settings.estimator.ambiguous_share)) continue;
+    const std::size_t row = node / centre.nodes_per_side;
+    const std::size_t column = node % centre.nodes_per_side;
+    const auto expectation = inquiry.At(static_cast<double>(column) * spacing_m - edge_m,
+                                        static_cast<double>(row) * spacing_m - edge_m);
+    if (expectation) expected.emplace_back(node, *expectation);
+  }
+  return expected;
+}
+
 }  // namespace
 
 void ChooseHypotheses(const RefinedNeighbourhood& cells, const GridSettings& settings,
                       Refinement& centre) {
-  const EstimatorSettings& estimator = settings.estimator;
-  const double spacing_m = settings.resolution_m / centre.nodes_per_side;
-  const double edge_m = 0.5 * settings.resolution_m - 0.5 * spacing_m;
-  const double reach_m = estimator.neighbour_reach * spacing_m;
-  Witnesses witnesses(cells, settings);
   // Answers are gathered before any list is touched, so that no choice hangs on another.
   std::vector<std::pair<std::size_t, Expectation>> expected;
-  const std::size_t nodes = centre.first.size() - 1;
-  for (std::size_t node = 0; node < nodes; ++node) {
-    if (centre.Node(node).size() < 2) continue;
-    if (!estimator.ask_neighbours || !IsAmbiguous(centre.Node(node), estimator.ambiguous_share)) {
-      continue;
-    }
-    const std::size_t row = node / centre.nodes_per_side;
-    const std::size_t column = node % centre.nodes_per_side;
-    const double east_m = static_cast<double>(column) * spacing_m - edge_m;
-    const double north_m = static_cast<double>(row) * spacing_m - edge_m;
-    const auto& around = witnesses.Around(east_m, north_m, reach_m);
-    if (around.size() >= static_cast<std::size_t>(estimator.fewest_neighbours)) {
-      expected.emplace_back(node, Expected(around, reach_m, estimator));
-    }
+  if (settings.estimator.ask_neighbours) {
+    expected = ExpectationsAtAmbiguousNodes(cells, settings, centre);
   }
-  for (std::size_t node = 0; node < nodes; ++node) OrderBySupport(centre.MutableNode(node));
+  for (std::size_t node = 0; node + 1 < centre.first.size(); ++node) {
+    OrderBySupport(centre.MutableNode(node));
+  }
   for (const auto& [node, expectation] : expected) {
-    MoveAgreeingToFront(centre.MutableNode(node), expectation, estimator.ambiguous_share);
+    MoveAgreeingToFront(centre.MutableNode(node), expectation, settings.estimator.ambiguous_share);
   }
 }
 

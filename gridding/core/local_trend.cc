@@ -114,8 +114,8 @@ double SlopeOfRelief(double depth_deviation_m, double side_m, double covered_fra
   return std::sqrt(12.0 / covered_fraction) * depth_deviation_m / side_m;
 }
 
-LocalTrend TrendAround(std::span<const NodeSounding> soundings, double reach_m,
-                       double unknown_slope) {
+LocalTrend TrendFinder::Around(std::span<const NodeSounding> soundings, double reach_m,
+                               double unknown_slope) {
   const double block_m = 2.0 * reach_m / 3.0;
   const auto block_of = [&](const NodeSounding& sounding) {
     const auto step = [&](float offset_m) {
@@ -123,12 +123,11 @@ LocalTrend TrendAround(std::span<const NodeSounding> soundings, double reach_m,
     };
     return 3 * step(sounding.north_m) + step(sounding.east_m);
   };
-  std::array<std::vector<NodeSounding>, 9> in_blocks;
-  for (const NodeSounding& sounding : soundings) in_blocks[block_of(sounding)].push_back(sounding);
-  std::array<BlockMedian, 9> blocks;
-  BlockMedianFinder finder;
-  for (std::size_t i = 0; i < blocks.size(); ++i) blocks[i] = finder.Of(in_blocks[i]);
-  return TrendAcross(blocks, block_m, unknown_slope);
+  for (auto& block : blocks_) block.clear();
+  for (const NodeSounding& sounding : soundings) blocks_[block_of(sounding)].push_back(sounding);
+  std::array<BlockMedian, 9> medians;
+  for (std::size_t i = 0; i < medians.size(); ++i) medians[i] = median_finder_.Of(blocks_[i]);
+  return TrendAcross(medians, block_m, unknown_slope);
 }
 
 // The median of the gaps between depths next to each other, the slope taken out: how far apart

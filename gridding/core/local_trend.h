@@ -56,9 +56,16 @@ class NoiseScale {
   std::vector<double> ratios_;
 };
 
-// Trend and scatter of all soundings within `reach_m` of a node, taken as 3 x 3 blocks around it.
-LocalTrend TrendAround(std::span<const NodeSounding> soundings, double reach_m,
-                       double unknown_slope);
+// One thread an object, which keeps its working memory.
+class TrendFinder {
+ public:
+  // Trend of all soundings within `reach_m` of a node, taken as 3 x 3 blocks around it.
+  LocalTrend Around(std::span<const NodeSounding> soundings, double reach_m, double unknown_slope);
+
+ private:
+  std::array<std::vector<NodeSounding>, 9> blocks_;
+  BlockMedianFinder median_finder_;
+};
 double ScatterOf(std::span<const NodeSounding> soundings, const LocalTrend& trend);
 
 // Tells a steep seafloor from a jump between two depths, which neighbouring block medians do not:

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <utility>
@@ -52,6 +53,53 @@ void SortFew(std::span<double> values) {
   }
 }
 
+// Moves what is less than `pivot` to the front, by swaps without a branch (Lomuto's scheme): which
+// way a value goes cannot be predicted. Gives how many are less.
+std::size_t MoveLessToFront(std::span<double> values, double pivot) {
+  std::size_t less = 0;
+  for (double& value : values) {
+    const double moved = value;
+    value = values[less];
+    values[less] = moved;
+    less += moved < pivot ? 1 : 0;
+  }
+  return less;
+}
+
+// Where the median of the first, the middle and the last value stands.
+std::size_t PivotPlace(std::span<const double> values) {
+  std::size_t low = 0;
+  std::size_t middle = values.size() / 2;
+  const std::size_t last = values.size() - 1;
+  if (values[middle] < values[low]) std::swap(low, middle);
+  if (values[middle] <= values[last]) return middle;
+  return values[last] < values[low] ? low : last;
+}
+
+// Quickselect: afterwards values[rank] is what sorting would put there, and what stands before it
+// is not greater.
+void Select(std::span<double> values, std::size_t rank) {
+  // Twice what halving takes; values that keep pivots bad are left to the library's selection.
+  for (int rounds = 2 * std::bit_width(values.size()); values.size() > kFewValues; --rounds) {
+    if (rounds == 0) {
+      std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(rank),
+                       values.end());
+      return;
+    }
+    std::swap(values.front(), values[PivotPlace(values)]);
+    const std::size_t less = MoveLessToFront(values.subspan(1), values.front());
+    std::swap(values.front(), values[less]);
+    if (rank == less) return;
+    if (rank < less) {
+      values = values.first(less);
+    } else {
+      values = values.subspan(less + 1);
+      rank -= less + 1;
+    }
+  }
+  SortFew(values);
+}
+
 }  // namespace
 
 double MedianOf(std::span<double> values) {
@@ -60,10 +108,11 @@ double MedianOf(std::span<double> values) {
     const std::size_t half = values.size() / 2;
     return values.size() % 2 == 1 ? values[half] : 0.5 * (values[half - 1] + values[half]);
   }
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  if (values.size() % 2 == 1) return *middle;
-  return 0.5 * (*middle + *std::max_element(values.begin(), middle));
+  const std::size_t half = values.size() / 2;
+  Select(values, half);
+  if (values.size() % 2 == 1) return values[half];
+  const auto below = values.first(half);
+  return 0.5 * (values[half] + *std::max_element(below.begin(), below.end()));
 }
 
 CentreAndScatter CentreAndScatterOf(std::span<double> values) {
