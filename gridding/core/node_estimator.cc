@@ -55,7 +55,7 @@ NodeEstimator::Value NodeEstimator::ValueAt(const NodeSounding& sounding,
           .east_m = east_m,
           .north_m = north_m,
           .base_variance = base,
-          .weight_variance = base * (1.0 + reach * reach),
+          .weight = 1.0 / (base * (1.0 + reach * reach)),
           .fit_variance = base * (1.0 + near * near)};
 }
 
@@ -146,7 +146,7 @@ bool NodeEstimator::BreakAway(Track& track, Run& run) {
 }
 
 void NodeEstimator::Sums::Add(double depth_m, const Value& value) {
-  const double w = 1.0 / value.weight_variance;
+  const double w = value.weight;
   weight += w;
   depth += depth_m * w;
   east += value.east_m * w;

@@ -72,17 +72,17 @@ class NodeEstimator {
     double depth_m;  // at the node
     double east_m;   // where it was sounded
     double north_m;
-    double base_variance;    // b
-    double weight_variance;  // with the growth by distance
-    double fit_variance;     // what the fit is judged by
+    double base_variance;  // b
+    double weight;         // one over b with the growth by distance
+    double fit_variance;   // what the fit is judged by
   };
   // Weighted sums of some values, depths counted from the founder's.
   struct Sums {
-    double weight = 0.0;  // of 1 / weight_variance
-    double depth = 0.0;   // of depth / weight_variance
-    double east = 0.0;    // of east / weight_variance
+    double weight = 0.0;
+    double depth = 0.0;  // of depth * weight
+    double east = 0.0;   // of east * weight
     double north = 0.0;
-    double variance = 0.0;  // of base_variance / weight_variance^2
+    double variance = 0.0;  // of base_variance * weight^2
     std::uint32_t count = 0;
     void Add(double depth_m, const Value& value);
     void Subtract(const Sums& other);

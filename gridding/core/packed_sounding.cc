@@ -9,10 +9,6 @@ namespace quarro::core {
 
 namespace {
 
-// The sign of a positive number is always clear, so the 16 bits below it hold all of the exponent
-// and the first 8 bits of the fraction.
-constexpr int kDroppedBits = 15;
-
 // Bounds of what is offered to a grid, with room to spare.
 constexpr float kWidestCell_m = 100000.0F;
 constexpr float kLeastSigma_m = 0.0005F;
@@ -20,18 +16,12 @@ constexpr float kGreatestSigma_m = 1e7F;
 
 std::uint16_t Encode(float sigma_m) {
   const auto bits = std::bit_cast<std::uint32_t>(sigma_m);
-  const std::uint32_t rounded = (bits + (1U << (kDroppedBits - 1))) >> kDroppedBits;
+  const std::uint32_t rounded =
+      (bits + (1U << (PackedSounding::kDroppedBits - 1))) >> PackedSounding::kDroppedBits;
   return static_cast<std::uint16_t>(rounded);
 }
 
-float Decode(std::uint16_t code) {
-  return std::bit_cast<float>(static_cast<std::uint32_t>(code) << kDroppedBits);
-}
-
 }  // namespace
-
-float PackedSounding::sigma_v_m() const { return Decode(sigma_v_code); }
-float PackedSounding::sigma_h_m() const { return Decode(sigma_h_code); }
 
 PackedSounding Pack(Position position, Position node, float depth_m, float sigma_v_m,
                     float sigma_h_m) {

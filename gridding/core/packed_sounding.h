@@ -1,6 +1,7 @@
 // A sounding as cells keep it, in memory and on disc.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 
 #include "gridding/core/lattice.h"
@@ -18,9 +19,16 @@ struct PackedSounding {
   std::uint16_t sigma_v_code = 0;
   std::uint16_t sigma_h_code = 0;
 
-  float sigma_v_m() const;
-  float sigma_h_m() const;
+  float sigma_v_m() const { return Decode(sigma_v_code); }
+  float sigma_h_m() const { return Decode(sigma_h_code); }
   friend bool operator==(const PackedSounding&, const PackedSounding&) = default;
+
+  // The sign of a positive number is always clear, so the 16 bits below it hold all of the exponent
+  // and the first 8 bits of the fraction.
+  static constexpr int kDroppedBits = 15;
+  static float Decode(std::uint16_t code) {
+    return std::bit_cast<float>(static_cast<std::uint32_t>(code) << kDroppedBits);
+  }
 };
 static_assert(sizeof(PackedSounding) == 16);
 
