@@ -19,13 +19,20 @@ struct Slope {
   double variance = 0.0;
 };
 
-// Slopes along one axis between neighbours `step` apart in the 3 x 3 array, the slope `across` of
-// the other axis taken out.
-template <typename Along, typename Across>
-Slope SlopeAlong(const std::array<BlockMedian, 9>& blocks, double block_m, std::size_t step,
-                 double across, double unknown_slope, Along along_m, Across across_m) {
-  std::array<double, 6> slopes{};
+// Ways between blocks that are neighbours along one axis.
+struct Pairs {
+  std::array<double, 6> run_m;     // along the axis
+  std::array<double, 6> across_m;  // along the other one
+  std::array<double, 6> rise_m;    // of depth
   std::size_t count = 0;
+  double variance = 0.0;  // of the median of their slopes
+};
+
+// Neighbours are `step` apart in the 3 x 3 array.
+template <typename Along, typename Across>
+Pairs PairsAlong(const std::array<BlockMedian, 9>& blocks, double block_m, std::size_t step,
+                 Along along_m, Across across_m) {
+  Pairs pairs;
   double variance_sum = 0.0;
   for (std::size_t i = 0; i + step < blocks.size(); ++i) {
     if (step == 1 && i % 3 == 2) continue;
@@ -34,17 +41,28 @@ Slope SlopeAlong(const std::array<BlockMedian, 9>& blocks, double block_m, std::
     if (!a.filled || !b.filled) continue;
     const double run_m = along_m(b) - along_m(a);
     if (run_m < 0.3 * block_m) continue;
-    const double rise_m = b.depth_m - a.depth_m - across * (across_m(b) - across_m(a));
+    pairs.run_m[pairs.count] = run_m;
+    pairs.across_m[pairs.count] = across_m(b) - across_m(a);
+    pairs.rise_m[pairs.count] = b.depth_m - a.depth_m;
+    ++pairs.count;
     variance_sum += (a.variance_m2 + b.variance_m2) / (run_m * run_m);
-    slopes[count++] = rise_m / run_m;
   }
+  const auto count = static_cast<double>(pairs.count);
+  pairs.variance = kVarianceOfMedianOverMean * variance_sum / (count * count);
+  return pairs;
+}
+
+// The slope along the axis, the slope `across` of the other one taken out.
+Slope SlopeOf(const Pairs& pairs, double across, double unknown_slope) {
   const double unknown = unknown_slope * unknown_slope;
-  if (count < 2) return {.value = 0.0, .variance = unknown};
-  const double slope = MedianOf(std::span(slopes).first(count));
-  const auto pairs = static_cast<double>(count);
-  const double variance = kVarianceOfMedianOverMean * variance_sum / (pairs * pairs);
-  const double kept = slope == 0.0 ? 0.0 : std::max(0.0, 1.0 - variance / (slope * slope));
-  return {.value = slope * kept, .variance = std::min(variance, unknown)};
+  if (pairs.count < 2) return {.value = 0.0, .variance = unknown};
+  std::array<double, 6> slopes;
+  for (std::size_t i = 0; i < pairs.count; ++i) {
+    slopes[i] = (pairs.rise_m[i] - across * pairs.across_m[i]) / pairs.run_m[i];
+  }
+  const double slope = MedianOf(std::span(slopes).first(pairs.count));
+  const double kept = slope == 0.0 ? 0.0 : std::max(0.0, 1.0 - pairs.variance / (slope * slope));
+  return {.value = slope * kept, .variance = std::min(pairs.variance, unknown)};
 }
 
 }  // namespace
@@ -53,13 +71,15 @@ LocalTrend TrendAcross(const std::array<BlockMedian, 9>& blocks, double block_m,
                        double unknown_slope) {
   const auto east = [](const BlockMedian& block) { return block.east_m; };
   const auto north = [](const BlockMedian& block) { return block.north_m; };
+  const Pairs eastward = PairsAlong(blocks, block_m, 1, east, north);
+  const Pairs northward = PairsAlong(blocks, block_m, 3, north, east);
   LocalTrend trend;
   // Mean positions of neighbours differ a little across the axis too: a second round takes that
   // out.
   for (int round = 0; round < 2; ++round) {
     const LocalTrend before = trend;
-    const Slope to_east = SlopeAlong(blocks, block_m, 1, before.north, unknown_slope, east, north);
-    const Slope to_north = SlopeAlong(blocks, block_m, 3, before.east, unknown_slope, north, east);
+    const Slope to_east = SlopeOf(eastward, before.north, unknown_slope);
+    const Slope to_north = SlopeOf(northward, before.east, unknown_slope);
     trend = {.east = to_east.value,
              .north = to_north.value,
              .east_variance = to_east.variance,
