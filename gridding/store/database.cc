@@ -128,6 +128,10 @@ void Connection::Execute(const char* sql) {
   if (code != SQLITE_OK) Fail(code, "");
 }
 
+void Connection::KeepLogAtClose() {
+  sqlite3_db_config(handle_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+}
+
 void Connection::Fail(int code, const std::string& doing) const {
   std::string text = grid_ + ": " + CauseOf(code, handle_);
   if (!doing.empty()) text += ", while " + doing;

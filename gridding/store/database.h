@@ -33,6 +33,8 @@ class Connection {
 
   sqlite3* Handle() const { return handle_; }
   void Execute(const char* sql);
+  // Leaves the log as it is when this is the last connection to be closed.
+  void KeepLogAtClose();
   // Rows that the last statement changed.
   std::int64_t RowsChanged() const { return sqlite3_changes64(handle_); }
   // Throws the error that SQLite's `code` stands for; `doing` says what was tried, or is empty.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <optional>
@@ -22,6 +23,11 @@ namespace quarro::store {
 namespace fs = std::filesystem;
 
 namespace {
+
+// Making a grid takes well under a second; a folder of less than this age may be locked soon.
+constexpr std::chrono::hours kLongestMaking{1};
+
+std::string NewFolderPrefix(const std::string& grid_name) { return "." + grid_name + ".new-"; }
 
 [[noreturn]] void FailOn(const std::string& what, int error) {
   throw StoreError(what + ": " + std::system_category().message(error));
@@ -108,11 +114,30 @@ std::uint64_t BytesInFolder(const fs::path& folder) {
   return bytes;
 }
 
+void RemoveUnfinished(const fs::path& working_directory, const std::string& grid_name) {
+  const auto old = fs::file_time_type::clock::now() - kLongestMaking;
+  const std::string prefix = NewFolderPrefix(grid_name);
+  std::error_code error;
+  for (fs::directory_iterator entry(working_directory, error), end; !error && entry != end;
+       entry.increment(error)) {
+    if (entry->path().filename().string().rfind(prefix, 0) != 0) continue;
+    std::error_code ignored;
+    if (entry->is_symlink(ignored) || !entry->is_directory(ignored)) continue;
+    if (entry->last_write_time(ignored) > old) continue;
+    try {
+      const LockFile nobody_makes_it(entry->path(), grid_name);
+      fs::remove_all(entry->path(), ignored);
+    } catch (const StoreError&) {
+      // Somebody does, or it is not ours to remove.
+    }
+  }
+}
+
 NewFolder::NewFolder(const fs::path& working_directory, const std::string& grid_name)
     : working_directory_(working_directory), grid_name_(grid_name) {
   std::random_device random;
   do {
-    path_ = working_directory / ("." + grid_name + ".new-" + std::to_string(random()));
+    path_ = working_directory / (NewFolderPrefix(grid_name) + std::to_string(random()));
     if (::mkdir(path_.c_str(), 0777) == 0) return;
   } while (errno == EEXIST);
   FailOn("cannot make a grid in " + working_directory.string(), errno);

@@ -17,6 +17,9 @@ void SyncToDisc(const std::filesystem::path& path);
 // counted.
 std::uint64_t BytesInFolder(const std::filesystem::path& folder);
 
+// Removes what programs that were killed while they made a grid of that name have left behind.
+void RemoveUnfinished(const std::filesystem::path& working_directory, const std::string& grid_name);
+
 // A folder in the making, under a name that no grid can have. What was not put in place is removed.
 class NewFolder {
  public:

@@ -5,6 +5,7 @@
 
 #include "gridding/store/database.h"
 #include "gridding/store/grid_folder.h"
+#include "gridding/store/held_folder.h"
 #include "gridding/store/lock_file.h"
 #include "gridding/store/schema.h"
 #include "gridding/store/snapshot.h"
@@ -23,13 +24,13 @@ constexpr int kCreatingCache_kib = 1024;
 
 class SqliteGridStore : public GridStore {
  public:
-  SqliteGridStore(const fs::path& folder, std::string name, LockFile lock)
-      : lock_(std::move(lock)),
-        name_(std::move(name)),
-        grid_(DescribeGrid(name_, folder)),
-        writer_(folder / kDatabaseFile, grid_),
+  SqliteGridStore(const fs::path& folder, const std::string& name, LockFile lock)
+      : folder_(folder, name, std::move(lock)),
+        name_(name),
+        writer_(folder_),
         parameters_(ReadParameters(writer_.connection)),
-        readers_(folder, grid_) {}
+        readers_(folder_) {}
+  ~SqliteGridStore() override;
 
   const std::string& Name() const override { return name_; }
   const GridParameters& Parameters() const override { return parameters_; }
@@ -37,6 +38,7 @@ class SqliteGridStore : public GridStore {
   std::unique_ptr<Snapshot> TakeSnapshot() override {
     return std::make_unique<SqliteSnapshot>(readers_);
   }
+  std::uint64_t WriteMark() const override { return writer_.mark; }
   std::optional<LineRecord> FindLine(const Digest& digest) override {
     return SqliteSnapshot(readers_).FindLine(digest);
   }
@@ -50,18 +52,23 @@ class SqliteGridStore : public GridStore {
 
  private:
   // Constant after construction, and destroyed last: the lock outlives the connections.
-  const LockFile lock_;
+  const HeldFolder folder_;
   const std::string name_;
-  const std::string grid_;
   Writer writer_;
   const GridParameters parameters_;
   ReaderPool readers_;
 };
 
+SqliteGridStore::~SqliteGridStore() {
+  // The last connection to be closed removes the log by its path: that must not be another grid's.
+  if (!folder_.IsInPlace()) writer_.connection.KeepLogAtClose();
+}
+
 void SqliteGridStore::Checkpoint() {
+  folder_.Check();
   sqlite3* const handle = writer_.connection.Handle();
   if (writer_.taken.exchange(true)) {
-    throw StoreError(grid_ + ": it cannot be brought to rest while it is being written");
+    throw StoreError(folder_.Grid() + ": it cannot be brought to rest while it is being written");
   }
   sqlite3_busy_timeout(handle, kCheckpointPatience_ms);
   const int code =
@@ -108,6 +115,7 @@ std::unique_ptr<GridStore> GridStore::Create(const fs::path& working_directory,
   CheckWorkingDirectory(working_directory);
   const fs::path directory = fs::absolute(working_directory);
   const fs::path folder = directory / name;
+  RemoveUnfinished(directory, name);
   NewFolder made(directory, name);
   LockFile lock(made.Path(), name);
   MakeDatabase(made.Path(), DescribeGrid(name, folder), parameters);

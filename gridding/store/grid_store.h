@@ -152,6 +152,10 @@ class GridStore {
 
   // Any thread. Snapshots taken while nothing writes show the same grid.
   virtual std::unique_ptr<Snapshot> TakeSnapshot() = 0;
+  // Grows by one when a line or refinement begins to become visible, and by one when it is. While
+  // it is the same even number before one snapshot and after another, both show the same grid. Any
+  // thread.
+  virtual std::uint64_t WriteMark() const = 0;
   // The line whose file had these bytes.
   virtual std::optional<LineRecord> FindLine(const Digest& digest) = 0;
 

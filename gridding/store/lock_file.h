@@ -18,7 +18,8 @@ class LockFile {
   LockFile& operator=(LockFile&&) = delete;
   ~LockFile();
 
-  // False when the folder at `folder` now has another lock file: the grid was moved away meanwhile.
+  // False when the folder at `folder` now has another lock file or none: the grid was moved or
+  // removed meanwhile. Any thread.
   bool Guards(const std::filesystem::path& folder) const;
 
  private:

@@ -78,6 +78,12 @@ void CreateTables(Connection& connection, const GridParameters& parameters) {
 
 void CheckFormat(const std::filesystem::path& database, const std::string& grid) {
   Header header{};
+  std::error_code error;
+  // Opening a pipe would wait for a writer.
+  if (std::filesystem::exists(database, error) &&
+      !std::filesystem::is_regular_file(database, error)) {
+    throw StoreError(grid + ": " + database.string() + " is no file");
+  }
   std::ifstream file(database, std::ios::binary);
   if (!file) throw StoreError(grid + ": " + database.string() + " cannot be opened");
   file.read(reinterpret_cast<char*>(header.data()), header.size());

@@ -60,10 +60,8 @@ Reader::Reader(const std::filesystem::path& database, const std::string& grid)
                        "SELECT data, checksum, line, part FROM soundings WHERE cell = ? "
                        "ORDER BY line, part") {}
 
-ReaderPool::ReaderPool(std::filesystem::path folder, std::string grid)
-    : folder_(std::move(folder)), grid_(std::move(grid)) {}
-
 std::unique_ptr<Reader> ReaderPool::Take() {
+  folder_.Check();
   {
     const std::lock_guard lock(mutex_);
     if (!idle_.empty()) {
@@ -72,7 +70,9 @@ std::unique_ptr<Reader> ReaderPool::Take() {
       return reader;
     }
   }
-  return std::make_unique<Reader>(folder_ / kDatabaseFile, grid_);
+  auto reader = std::make_unique<Reader>(folder_.Path() / kDatabaseFile, folder_.Grid());
+  folder_.Check();  // what lies at the path is the grid's only if nobody put another one there
+  return reader;
 }
 
 void ReaderPool::GiveBack(std::unique_ptr<Reader> reader) {

@@ -11,6 +11,7 @@
 
 #include "gridding/store/database.h"
 #include "gridding/store/grid_store.h"
+#include "gridding/store/held_folder.h"
 
 namespace quarro::store {
 
@@ -27,14 +28,15 @@ struct Reader {
 // Any thread.
 class ReaderPool {
  public:
-  ReaderPool(std::filesystem::path folder, std::string grid);
+  // `folder` outlives this.
+  explicit ReaderPool(const HeldFolder& folder) : folder_(folder) {}
+  // Throws StoreError when the folder was moved or removed.
   std::unique_ptr<Reader> Take();
   void GiveBack(std::unique_ptr<Reader> reader);
-  const std::filesystem::path& Folder() const { return folder_; }
+  const std::filesystem::path& Folder() const { return folder_.Path(); }
 
  private:
-  const std::filesystem::path folder_;
-  const std::string grid_;
+  const HeldFolder& folder_;
   std::mutex mutex_;
   std::vector<std::unique_ptr<Reader>> idle_;  // guarded by mutex_
 };

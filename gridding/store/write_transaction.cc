@@ -12,11 +12,24 @@ namespace {
 // Pages beyond this go to the log before the commit, so memory does not grow with the line.
 constexpr int kWriterCache_kib = 32 * 1024;
 
+// Makes a mark odd from its construction to its end.
+class MarkedChange {
+ public:
+  explicit MarkedChange(std::atomic<std::uint64_t>& mark) : mark_(mark) { ++mark_; }
+  ~MarkedChange() { ++mark_; }
+  MarkedChange(const MarkedChange&) = delete;
+  MarkedChange& operator=(const MarkedChange&) = delete;
+
+ private:
+  std::atomic<std::uint64_t>& mark_;
+};
+
 }  // namespace
 
-Writer::Writer(const std::filesystem::path& database, const std::string& grid_description)
-    : grid(grid_description),
-      connection(database, grid_description, Connection::Mode::kWrite, kWriterCache_kib),
+Writer::Writer(const HeldFolder& held)
+    : folder(held),
+      connection(held.Path() / kDatabaseFile, held.Grid(), Connection::Mode::kWrite,
+                 kWriterCache_kib),
       select_totals(connection, kSelectTotals),
       update_totals(connection, kUpdateTotals),
       select_cell_state(connection, kSelectCellState),
@@ -39,10 +52,11 @@ Writer::Writer(const std::filesystem::path& database, const std::string& grid_de
 
 WriteTransaction::WriteTransaction(Writer& writer) : writer_(writer) {
   if (writer_.taken.exchange(true)) {
-    throw StoreError(writer_.grid + ": it is being written already");
+    throw StoreError(writer_.folder.Grid() + ": it is being written already");
   }
   open_ = true;
   try {
+    writer_.folder.Check();
     writer_.connection.Execute("BEGIN IMMEDIATE");
     totals_ = ReadTotals(writer_.connection, writer_.select_totals);
   } catch (...) {
@@ -63,13 +77,16 @@ void WriteTransaction::PutSetting(const std::string& key, const std::string& val
 void WriteTransaction::Commit() {
   Do([this] {
     WriteTotals(writer_.update_totals, totals_);
+    writer_.folder.Check();
+    const MarkedChange change(writer_.mark);
     writer_.connection.Execute("COMMIT");
   });
   End();
 }
 
 void WriteTransaction::CheckOpen() const {
-  if (!open_) throw StoreError(writer_.grid + ": what was being written has ended already");
+  if (!open_)
+    throw StoreError(writer_.folder.Grid() + ": what was being written has ended already");
 }
 
 void WriteTransaction::RollBack() noexcept {

@@ -3,20 +3,24 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <string>
 
 #include "gridding/store/database.h"
 #include "gridding/store/grid_store.h"
+#include "gridding/store/held_folder.h"
 
 namespace quarro::store {
 
-// The one connection that writes, with its statements. Outlives every transaction on it.
+// The one connection that writes, with its statements. Outlives every transaction on it, and is
+// outlived by `folder`.
 struct Writer {
-  Writer(const std::filesystem::path& database, const std::string& grid);
+  explicit Writer(const HeldFolder& folder);
 
-  std::string grid;
+  const HeldFolder& folder;
   std::atomic<bool> taken = false;
+  std::atomic<std::uint64_t> mark = 0;  // as GridStore::WriteMark
   Connection connection;
   Statement select_totals;
   Statement update_totals;
