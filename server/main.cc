@@ -12,6 +12,7 @@
 #include "gridding/rpc/transport_log.h"
 #include "slog/slog.h"
 #include "support/mparams.h"
+#include "support/open_files.h"
 
 namespace quarro {
 namespace {
@@ -128,6 +129,9 @@ int main(int argc, char** argv) {
   // A file that grows too large is an error of its write, which fails one line or result, not the
   // end.
   (void)std::signal(SIGXFSZ, SIG_IGN);
+  // Nor is a reader of the log who has gone away the end of everybody's sessions.
+  (void)std::signal(SIGPIPE, SIG_IGN);
+  quarro::RaiseOpenFileLimit();
   try {
     return quarro::Run(argc, argv);
   } catch (const std::exception& failure) {

@@ -42,6 +42,7 @@ RequestPtr Delivery::Accept(ResultCallback on_done, RequestKind kind, Order orde
   const std::lock_guard lock(mutex_);
   request->sequence = next_sequence_++;
   outstanding_.insert(request->sequence);
+  if (order != Order::kFree) outstanding_in_order_.insert(request->sequence);
   return request;
 }
 
@@ -56,7 +57,7 @@ void Delivery::Deliver(const RequestPtr& request, std::unique_ptr<SEBaseResult> 
     pool_.Replace(token.uid, failure);
     lock.lock();
   }
-  QueueOf(*request).push_back({request, token});
+  Queue({request, token});
   lock.unlock();
   changed_.notify_all();
 }
@@ -65,14 +66,18 @@ void Delivery::Fail(const RequestPtr& request, const std::exception_ptr& failure
   const SEResultToken token = pool_.PutFailure(*request, Failure(failure));
   {
     const std::lock_guard lock(mutex_);
-    QueueOf(*request).push_back({request, token});
+    Queue({request, token});
   }
   changed_.notify_all();
 }
 
-std::deque<Delivery::Announcement>& Delivery::QueueOf(const Request& request) {
-  if (request.order != Order::kFree) return in_order_;
-  return IsGridResult(request.kind) ? results_ : replies_;
+void Delivery::Queue(Announcement announcement) {
+  const Request& request = *announcement.request;
+  if (request.order != Order::kFree) {
+    in_order_.emplace(request.sequence, std::move(announcement));
+  } else {
+    (IsGridResult(request.kind) ? results_ : replies_).push_back(std::move(announcement));
+  }
 }
 
 void Delivery::FailUnannounced(std::uint64_t sequence, const std::exception_ptr& failure) {
@@ -118,14 +123,14 @@ void Delivery::RunInOrder() {
   std::unique_lock lock(mutex_);
   const auto ready = [this] {
     if (in_order_.empty()) return stopping_;
-    const Request& next = *in_order_.front().request;
-    return next.order == Order::kInOrder || *outstanding_.begin() == next.sequence;
+    const Request& next = *in_order_.begin()->second.request;
+    const auto& earlier = next.order == Order::kInOrder ? outstanding_in_order_ : outstanding_;
+    return *earlier.begin() == next.sequence;
   };
   for (;;) {
     changed_.wait(lock, ready);
     if (in_order_.empty()) return;
-    const Announcement next = std::move(in_order_.front());
-    in_order_.pop_front();
+    const Announcement next = std::move(in_order_.extract(in_order_.begin()).mapped());
     lock.unlock();
     Run(next);
     lock.lock();
@@ -160,6 +165,7 @@ void Delivery::Run(const Announcement& announcement) {
   {
     const std::lock_guard lock(mutex_);
     outstanding_.erase(announcement.request->sequence);
+    outstanding_in_order_.erase(announcement.request->sequence);
   }
   changed_.notify_all();
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <deque>
 #include <exception>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -37,8 +38,8 @@ class Delivery {
   // Numbers a request. Deliver or Fail must follow, once.
   RequestPtr Accept(ResultCallback on_done, RequestKind kind, Order order,
                     std::uint32_t result_number = 0);
-  // Puts the result in the pool and has its call-back run. Requests of kInOrder and
-  // kAfterAllEarlier are delivered in the order of their acceptance.
+  // Puts the result in the pool and has its call-back run, for requests of kInOrder and
+  // kAfterAllEarlier in the order of their acceptance, whatever the order of these calls.
   void Deliver(const RequestPtr& request, std::unique_ptr<SEBaseResult> result,
                std::uint64_t bytes);
   // The same with a failure, of whatever class.
@@ -66,7 +67,7 @@ class Delivery {
     RequestPtr request;
     SEResultToken token;
   };
-  std::deque<Announcement>& QueueOf(const Request& request);
+  void Queue(Announcement announcement);  // under the lock
   void RunInOrder();
   void RunAsTheyCome(std::deque<Announcement>& queue);
   void Run(const Announcement& announcement);
@@ -74,8 +75,10 @@ class Delivery {
   ResultPool pool_;
   std::mutex mutex_;  // guards all below but the threads
   std::condition_variable changed_;
-  std::set<std::uint64_t> outstanding_;  // accepted, their call-backs not yet returned
-  std::deque<Announcement> in_order_;
+  std::set<std::uint64_t> outstanding_;           // accepted, their call-backs not yet returned
+  std::set<std::uint64_t> outstanding_in_order_;  // those of them whose order is not free
+  // By sequence: a barrier may fail while lines accepted before it are in work.
+  std::map<std::uint64_t, Announcement> in_order_;
   std::deque<Announcement> results_;
   std::deque<Announcement> replies_;
   std::uint64_t next_sequence_ = 1;

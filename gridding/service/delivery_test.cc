@@ -32,6 +32,34 @@ TEST(Delivery, AnAcknowledgementWaitsForTheCallBacksOfAllEarlierRequests) {
   EXPECT_THAT(replies.Names(), ElementsAre("later", "depth", "synch"));
 }
 
+TEST(Delivery, ABarrierRefusedWhileLinesAreInWorkIsToldAfterThem) {
+  Replies replies;
+  Delivery delivery;
+  const auto line = delivery.Accept(replies.Expect("line"), RequestKind::kLine, Order::kInOrder);
+  const auto synch =
+      delivery.Accept(replies.Expect("synch"), RequestKind::kSynchGrid, Order::kAfterAllEarlier);
+  delivery.Fail(synch, std::make_exception_ptr(ExSGClientBase("refused")));
+  delivery.Deliver(line, Ack(), 0);
+  delivery.WaitForAll();
+  EXPECT_THAT(replies.Names(), ElementsAre("line", "synch"));
+}
+
+TEST(Delivery, LinesAreToldInTheOrderOfTheirAcceptanceWhicheverIsDoneFirst) {
+  Replies replies;
+  Delivery delivery;
+  const auto first = delivery.Accept(replies.Expect("first"), RequestKind::kLine, Order::kInOrder);
+  const auto second =
+      delivery.Accept(replies.Expect("second"), RequestKind::kLine, Order::kInOrder);
+  const auto free = delivery.Accept(replies.Expect("free"), RequestKind::kQuery, Order::kFree);
+  delivery.Fail(second, std::make_exception_ptr(ExSGClientBase("refused")));
+  delivery.Deliver(free, Ack(), 0);
+  delivery.WaitFor(free);
+  EXPECT_THAT(replies.Names(), ElementsAre("free"));
+  delivery.Deliver(first, Ack(), 0);
+  delivery.WaitForAll();
+  EXPECT_THAT(replies.Names(), ElementsAre("free", "first", "second"));
+}
+
 TEST(Delivery, FreeCallBacksRunBesideEachOther) {
   Delivery delivery;
   std::promise<void> other_runs;

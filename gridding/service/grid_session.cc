@@ -130,9 +130,9 @@ void GridSession::RequestServerStatistics(const ResultCallback& on_done) {
 }
 
 // The grid as it is now; without one the request has failed.
-GridSession::Lease GridSession::TakeLease(const RequestPtr& request) {
+GridSession::Lease GridSession::TakeLease(const RequestPtr& request, bool shared) {
   try {
-    Lease lease = current_.TakeLease();
+    Lease lease = shared ? current_.TakeSharedLease() : current_.TakeLease();
     if (!lease) throw ExSGCNoGrid(kNoGrid);
     return lease;
   } catch (...) {
@@ -159,7 +159,7 @@ void GridSession::DebugCell(std::uint32_t column, std::uint32_t row, bool on,
                             const ResultCallback& on_done) {
   SubmitTrace(on_done, [&](CurrentGrid::Lease& lease) {
     const core::Lattice& lattice = lease.grid().lattice;
-    const core::CellIndex cell = CountedCell(lease.snapshot(), column, row);
+    const core::CellIndex cell = CountedCell(*lease.state().Borrow(), column, row);
     const core::Position node = lattice.NodeOf(cell);
     return on ? traces_.Start(Trace::Place::kCell, lease.grid().store->Name(), lattice, cell, node)
               : traces_.Stop(Trace::Place::kCell, cell, node);
@@ -212,15 +212,16 @@ void GridSession::RequestQuery(std::uint32_t kind, const ResultCallback& on_done
 void GridSession::AnswerOfGrid(std::uint32_t kind, CurrentGrid::Lease& lease,
                                const RequestPtr& request) {
   const OpenGrid& grid = lease.grid();
+  const GridState::Loan snapshot = lease.state().Borrow();
   if (kind == kQueryBounds) {
     ResultBBox result;
-    result.bounds = BoundsOfGrid(grid.lattice, lease.snapshot().GetTotals());
+    result.bounds = BoundsOfGrid(grid.lattice, (*snapshot).GetTotals());
     Deliver(delivery_, request, result);
     return;
   }
   ResultQuery result;
   result.lines =
-      DescribeGrid(grid.store->Name(), grid.store->Parameters(), grid.lattice, lease.snapshot());
+      DescribeGrid(grid.store->Name(), grid.store->Parameters(), grid.lattice, *snapshot);
   Deliver(delivery_, request, std::move(result));
 }
 
@@ -241,13 +242,14 @@ void GridSession::SubmitExtract(RequestKind kind, const SGBoundingBox& box,
                                 std::uint32_t result_number, bool full_resolution,
                                 const ResultCallback& on_done) {
   const RequestPtr request = delivery_.Accept(on_done, kind, Order::kFree, result_number);
-  const Lease lease = TakeLease(request);
+  const Lease lease = TakeLease(request, true);
   if (!lease) return;
   const ExtractRequest asked{box, result_number, full_resolution};
   const RequestSize size{CellsIn(lease->grid().lattice, box), full_resolution};
   requests_.Submit(request, size, [this, kind, lease, asked](const CancelFlag& cancelled) {
     const OpenGrid& grid = lease->grid();
-    Extractor extractor(lease->snapshot(), grid.settings, grid.lattice, config_.working_directory,
+    const GridState::Loan snapshot = lease->state().Borrow();
+    Extractor extractor(*snapshot, grid.settings, grid.lattice, config_.working_directory,
                         config_.result_heap_bytes, cancelled);
     Finished finished = Run(extractor, kind, asked);
     ThrowIfCancelled(cancelled);

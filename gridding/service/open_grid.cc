@@ -39,20 +39,36 @@ std::string RefinementSettingsText(const core::GridSettings& settings) {
 CurrentGrid::Lease::Lease(CurrentGrid& owner, OpenGrid& grid) : owner_(owner), grid_(&grid) {}
 
 CurrentGrid::Lease::~Lease() {
-  snapshot_.reset();
+  state_.reset();
   owner_.Release();
 }
 
+std::unique_ptr<CurrentGrid::Lease> CurrentGrid::TakeStatelessLease() {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [this] { return !replacing_; });
+  if (!grid_) return nullptr;
+  std::unique_ptr<Lease> lease(new Lease(*this, *grid_));
+  ++leases_;
+  return lease;
+}
+
 std::unique_ptr<CurrentGrid::Lease> CurrentGrid::TakeLease() {
-  std::unique_ptr<Lease> lease;
+  auto lease = TakeStatelessLease();
+  if (lease) lease->state_ = std::make_shared<GridState>(*lease->grid_->store);
+  return lease;
+}
+
+std::unique_ptr<CurrentGrid::Lease> CurrentGrid::TakeSharedLease() {
+  auto lease = TakeStatelessLease();
+  if (!lease) return nullptr;
   {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return !replacing_; });
-    if (!grid_) return nullptr;
-    lease.reset(new Lease(*this, *grid_));
-    ++leases_;
+    const std::lock_guard lock(mutex_);
+    lease->state_ = shared_.lock();
   }
-  lease->snapshot_ = lease->grid_->store->TakeSnapshot();
+  if (lease->state_ && lease->state_->IsCurrent()) return lease;
+  lease->state_ = std::make_shared<GridState>(*lease->grid_->store);
+  const std::lock_guard lock(mutex_);
+  shared_ = lease->state_;
   return lease;
 }
 

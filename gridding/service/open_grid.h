@@ -11,6 +11,7 @@
 #include "gridding/core/lattice.h"
 #include "gridding/core/settings.h"
 #include "gridding/service/engine_config.h"
+#include "gridding/service/grid_state.h"
 #include "gridding/store/grid_store.h"
 
 namespace quarro::service {
@@ -40,7 +41,7 @@ std::string RefinementSettingsText(const core::GridSettings& settings);
 // The session's grid, if any. The grid thread opens and closes; other threads take leases.
 class CurrentGrid {
  public:
-  // A snapshot of the grid, which stays open as long as the lease lives.
+  // A state of the grid, which stays open as long as the lease lives.
   class Lease {
    public:
     ~Lease();
@@ -48,19 +49,22 @@ class CurrentGrid {
     Lease& operator=(const Lease&) = delete;
 
     const OpenGrid& grid() const { return *grid_; }
-    store::Snapshot& snapshot() { return *snapshot_; }
+    GridState& state() const { return *state_; }
 
    private:
     friend class CurrentGrid;
     Lease(CurrentGrid& owner, OpenGrid& grid);
     CurrentGrid& owner_;
     OpenGrid* grid_;
-    std::unique_ptr<store::Snapshot> snapshot_;
+    std::shared_ptr<GridState> state_;
   };
 
-  // Any thread. Null when there is no grid. While a grid is being replaced by one of the same name
-  // it waits for the outcome.
+  // The state of now. Any thread. Null when there is no grid. While a grid is being replaced by one
+  // of the same name it waits for the outcome. Throws as GridState does.
   std::unique_ptr<Lease> TakeLease();
+  // The same, for a request that waits for its turn: it shares its state with others where nothing
+  // was written between them.
+  std::unique_ptr<Lease> TakeSharedLease();
   bool HasGrid() const;
 
   // The grid thread from here on. Valid until the next call that changes the grid.
@@ -72,12 +76,14 @@ class CurrentGrid {
   void EndReplacement(std::unique_ptr<OpenGrid> next);
 
  private:
+  std::unique_ptr<Lease> TakeStatelessLease();
   void Release();
 
   mutable std::mutex mutex_;  // guards all below
   std::condition_variable changed_;
   std::unique_ptr<OpenGrid> grid_;  // changed by the grid thread only
   std::size_t leases_ = 0;
+  std::weak_ptr<GridState> shared_;  // the last one; a lease keeps it
   bool replacing_ = false;
 };
 
