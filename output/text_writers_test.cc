@@ -1,7 +1,6 @@
 // Text files, character by character.
 #include "output/text_writers.h"
 
-#include <cmath>
 #include <filesystem>
 #include <iomanip>
 #include <limits>

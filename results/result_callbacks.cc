@@ -1,5 +1,4 @@
 // Results that were asked for by get arrive and are written to their files.
-#include <sstream>
 #include <string>
 
 #include "cli/command_state.h"

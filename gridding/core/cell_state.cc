@@ -1,7 +1,6 @@
 #include "gridding/core/cell_state.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cmath>
 

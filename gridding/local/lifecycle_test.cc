@@ -1,7 +1,5 @@
 // Attaching, grids, and what is refused, through the in-process engine.
-#include <cmath>
 #include <fstream>
-#include <sstream>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <iterator>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 

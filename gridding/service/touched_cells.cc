@@ -17,6 +17,9 @@ namespace {
 // A cell that this many chunks did not touch is taken for left behind.
 constexpr std::uint64_t kChunksHeld = 4;
 constexpr std::size_t kCellsATask = 4;
+// What a cell takes beside its fresh soundings: its state with the soundings near its node, that
+// state encoded, and the places that keep them.
+constexpr std::uint64_t kBytesOfCell = 2048;
 
 }  // namespace
 
@@ -64,6 +67,7 @@ TouchedCells::Cell& TouchedCells::CellAt(core::CellIndex index) {
   std::unique_ptr<Cell>& slot = cells_[index];
   if (!slot) {
     slot = std::make_unique<Cell>();
+    held_bytes_ += kBytesOfCell;
     slot->index = index;
     bytes_.clear();
     if (writer_.CellState(index, bytes_)) core::Decode(bytes_, slot->state);
@@ -111,7 +115,7 @@ void TouchedCells::WriteOut(const Leaves& leaves) {
     const core::CellIndex index = cell->index;
     writer_.PutCell(index, cell->encoded);
     writer_.AppendSoundings(index, std::as_bytes(std::span(cell->fresh)), cell->fresh.size());
-    held_bytes_ -= cell->fresh.size() * sizeof(core::PackedSounding);
+    held_bytes_ -= kBytesOfCell + cell->fresh.size() * sizeof(core::PackedSounding);
     cells_.erase(index);
   }
 }

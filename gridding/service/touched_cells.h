@@ -21,7 +21,7 @@ class TouchedCells {
  public:
   struct Limits {
     std::uint32_t threads = 1;
-    std::uint64_t memory_bytes = 0;  // of soundings held back
+    std::uint64_t memory_bytes = 0;  // of cells and soundings held back
   };
   // What line it is; its name is for traces.
   struct Line {

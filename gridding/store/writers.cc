@@ -12,6 +12,8 @@ namespace quarro::store {
 namespace {
 
 constexpr std::size_t kPendingLimit_bytes = std::size_t{16} * 1024 * 1024;
+// Of a block's entry in the map and of the memory that holds it, beside its bytes.
+constexpr std::size_t kPlaceOfBlock_bytes = 128;
 
 void Extend(std::optional<CellRange>& extent, CellIndex cell) {
   if (!extent) extent = CellRange{.south_west = cell, .north_east = cell};
@@ -79,6 +81,7 @@ void SqliteLineWriter::AppendSoundings(CellIndex cell, std::span<const std::byte
                                        std::uint64_t count) {
   transaction_.Do([&] {
     Bytes& block = pending_[KeyOf(cell)];
+    if (block.empty()) pending_bytes_ += kPlaceOfBlock_bytes;
     block.insert(block.end(), soundings.begin(), soundings.end());
     pending_bytes_ += soundings.size();
     transaction_.GetTotals().soundings += count;
