@@ -1,6 +1,9 @@
 // The computation: low-resolution states, the estimate of a node, the refinement of a cell.
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <map>
+#include <utility>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -66,26 +69,61 @@ void LowResolutionEstimate(benchmark::State& state) {
 }
 BENCHMARK(LowResolutionEstimate)->Unit(benchmark::kMillisecond);
 
-// Soundings of the densest cells as nodes capture them, so many a node.
-std::vector<std::vector<core::NodeSounding>> NodesOf(std::size_t soundings_per_node) {
-  constexpr std::size_t kMostNodes = 20000;
-  std::vector<std::vector<core::NodeSounding>> nodes;
-  for (const auto& [index, cell] : TheSurvey().cells) {
-    const std::size_t count = cell.soundings.size() / soundings_per_node;
-    for (std::size_t node = 0; node < count && nodes.size() < kMostNodes; ++node) {
-      nodes.emplace_back();
-      const core::PackedSounding& first = cell.soundings[node * soundings_per_node];
-      std::size_t next = node * soundings_per_node;
-      for (std::size_t i = 0; i < soundings_per_node; ++i, ++next) {
-        const core::PackedSounding& sounding = cell.soundings[next];
-        nodes.back().push_back({.east_m = sounding.east_m - first.east_m,
-                                .north_m = sounding.north_m - first.north_m,
+// What a node of the benchmark has captured.
+struct Node {
+  double spacing_m = 0.0;
+  std::vector<core::NodeSounding> soundings;
+};
+
+// Parts the cell into squares, of which most hold so many soundings, and appends a node in the
+// middle of each that does, with the first of them.
+void AppendNodes(const core::CellSoundings& cell, std::size_t soundings_per_node,
+                 std::vector<Node>& nodes) {
+  const double wanted = 1.5 * static_cast<double>(soundings_per_node);
+  const double side = std::floor(std::sqrt(static_cast<double>(cell.soundings.size()) / wanted));
+  if (side < 1.0) return;
+  const double spacing_m = kCell_m / side;
+  std::vector<Node> squares(static_cast<std::size_t>(side * side));
+  std::size_t index = 0;
+  for (const core::LineRun& run : cell.runs) {
+    for (std::uint32_t i = 0; i < run.count; ++i, ++index) {
+      const core::PackedSounding& sounding = cell.soundings[index];
+      const auto along = [&](double offset_m) {
+        return std::clamp(std::floor((offset_m + 0.5 * kCell_m) / spacing_m), 0.0, side - 1.0);
+      };
+      const double column = along(sounding.east_m);
+      const double row = along(sounding.north_m);
+      Node& node = squares[static_cast<std::size_t>(row * side + column)];
+      if (node.soundings.size() == soundings_per_node) continue;
+      const auto from_middle = [&](double offset_m, double place) {
+        return static_cast<float>(offset_m + 0.5 * kCell_m - (place + 0.5) * spacing_m);
+      };
+      node.spacing_m = spacing_m;
+      node.soundings.push_back({.east_m = from_middle(sounding.east_m, column),
+                                .north_m = from_middle(sounding.north_m, row),
                                 .depth_m = sounding.depth_m,
                                 .sigma_v_m = sounding.sigma_v_m(),
                                 .sigma_h_m = sounding.sigma_h_m(),
-                                .line = 1});
-      }
+                                .line = run.line});
     }
+  }
+  for (Node& node : squares) {
+    if (node.soundings.size() == soundings_per_node) nodes.push_back(std::move(node));
+  }
+}
+
+// Soundings of the densest cells as nodes capture them: by place, so many a node.
+std::vector<Node> NodesOf(std::size_t soundings_per_node) {
+  constexpr std::size_t kMostNodes = 20000;
+  std::vector<const core::CellSoundings*> cells;
+  for (const auto& cell : TheSurvey().cells) cells.push_back(&cell.second);
+  std::stable_sort(cells.begin(), cells.end(), [](const auto* a, const auto* b) {
+    return a->soundings.size() > b->soundings.size();
+  });
+  std::vector<Node> nodes;
+  for (const core::CellSoundings* cell : cells) {
+    if (nodes.size() >= kMostNodes) break;
+    AppendNodes(*cell, soundings_per_node, nodes);
   }
   return nodes;
 }
@@ -99,8 +137,9 @@ void NodeEstimate(benchmark::State& state) {
   surroundings.trend = {.east = 0.02, .north = 0.01, .east_variance = 1e-5, .north_variance = 1e-5};
   core::HypothesisList hypotheses;
   for ([[maybe_unused]] auto iteration : state) {
-    for (const auto& soundings : nodes) {
-      estimator.Estimate(soundings, surroundings, hypotheses);
+    for (const Node& node : nodes) {
+      surroundings.spacing_m = node.spacing_m;
+      estimator.Estimate(node.soundings, surroundings, hypotheses);
       benchmark::DoNotOptimize(hypotheses.data());
     }
   }

@@ -58,7 +58,8 @@ def draw_threads(axis, all_results, threads):
 def draw_ratios(axis, all_results, threads):
     sizes = [float(results.millions) for results in all_results]
     for program in GMT_PROGRAMS:
-        axis.plot(sizes, [results.ratios(threads)[results.millions, str(threads), program]
+        axis.plot(sizes, [results.ratios(threads)[results.millions, str(threads),
+                                                         program].throughput
                           for results in all_results], "o-", label=f"over {program}")
     axis.set(title=f"Quarro's throughput over GMT's, threads: {threads} and 1",
              xlabel="million soundings", xscale="log", ylim=(0, None))

@@ -6,6 +6,7 @@ import platform
 import statistics
 import subprocess
 
+from recorded import Ratio
 from runs import STAGES
 
 GMT_PROGRAMS = ("blockmedian", "blockmean")
@@ -41,9 +42,11 @@ class Results:
         return median(run.cost.processor_s / run.soundings for run in self.of(program, threads))
 
     def ratios(self, threads):
-        """(survey, threads, GMT's program) to the ratio of throughputs."""
+        """(survey, threads, GMT's program) to the Ratio."""
         return {(self.millions, str(threads), program):
-                self.throughput("quarro", threads) / self.throughput(program)
+                Ratio(self.throughput("quarro", threads) / self.throughput(program),
+                      self.processor_s_a_sounding(program) /
+                      self.processor_s_a_sounding("quarro", threads))
                 for program in GMT_PROGRAMS}
 
 
@@ -107,9 +110,7 @@ def print_gmt(all_results, threads):
                          f"{median(run.cost.processor_s for run in runs):.2f}",
                          results.throughput(program) / 1e6,
                          f"{max(run.cost.peak_rss_mib for run in runs):.0f}",
-                         results.ratios(threads)[results.millions, str(threads), program],
-                         results.processor_s_a_sounding(program) /
-                         results.processor_s_a_sounding("quarro", threads)])
+                         *results.ratios(threads)[results.millions, str(threads), program]])
     print_table(f"GMT on decoded soundings, one thread; ratio: Quarro's throughput on {threads} "
                 "threads, the whole way, over its own, and the same of a second of processor time",
                 ["million", "program", "spacing", "blocks", "seconds", "million/s", "RSS", "ratio",

@@ -1,4 +1,5 @@
-// All parameters of all programs, so that a misspelt key in the file is found.
+// All parameters of all programs, so that a misspelt key in the file is found. docs/parameters.md
+// says what they mean.
 #pragma once
 
 #include <string>
@@ -12,7 +13,6 @@ struct ParameterInfo {
   const char* section;
   const char* key;
   const char* fallback;  // the value without the key
-  const char* meaning;
 };
 
 const std::vector<ParameterInfo>& ParameterTable();

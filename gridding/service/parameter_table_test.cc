@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <map>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "gridding/local/engine_test_support.h"
 #include "gridding/service/engine_config.h"
+#include "gridding/service/parameter_manual.h"
 
 namespace quarro::service {
 namespace {
@@ -45,6 +47,34 @@ TEST(ParameterTable, HoldsEverySettingOfTheMethod) {
   }
 }
 
+// Section, key and default.
+using Row = std::vector<std::string>;
+
+TEST(ParameterTable, IsThatOfTheManualWithEveryKeyOnceAndTheSameDefaults) {
+  std::vector<Row> manual;
+  for (const ManualRow& row : ReadParameterManual()) {
+    manual.push_back({row.section, row.key, row.fallback});
+  }
+  std::vector<Row> table;
+  for (const ParameterInfo& info : ParameterTable()) {
+    table.push_back({info.section, info.key, info.fallback});
+  }
+  EXPECT_THAT(manual, ::testing::UnorderedElementsAreArray(table));
+}
+
+TEST(ParameterTable, TheManualTellsWhatTheEngineAllows) {
+  int told = 0;
+  for (const ManualRow& row : ReadParameterManual()) {
+    if (row.section == "Network" || row.RefusalSays().empty()) continue;
+    EXPECT_THAT(testing::ReasonOf([&] { ReadEngineConfig(row.With("?")); }),
+                ::testing::EndsWith(row.RefusalSays()))
+        << row.key;
+    ++told;
+  }
+  EXPECT_EQ(told, 28);  // of numbers and flags
+}
+
+// Those of section Network have a test beside their reading.
 TEST(ParameterTable, EveryDefaultOfTheEngineIsOneThatReadingTakes) {
   MParams params;
   for (const ParameterInfo& info : ParameterTable()) {
@@ -53,8 +83,10 @@ TEST(ParameterTable, EveryDefaultOfTheEngineIsOneThatReadingTakes) {
   }
   const EngineConfig given = ReadEngineConfig(params);
   const EngineConfig defaults = ReadEngineConfig(MParams());
+  EXPECT_EQ(given.working_directory, defaults.working_directory);
   EXPECT_EQ(given.threads, defaults.threads);
   EXPECT_EQ(given.memory_bytes, defaults.memory_bytes);
+  EXPECT_EQ(given.allow_duplicate_lines, defaults.allow_duplicate_lines);
   EXPECT_EQ(given.utm_zone, defaults.utm_zone);
   EXPECT_EQ(ValuesOf(given), ValuesOf(defaults));
   EXPECT_EQ(given.uncertainty.vertical_fixed_m, defaults.uncertainty.vertical_fixed_m);

@@ -158,6 +158,22 @@ class Client:
         return self.process.wait()
 
 
+# How often the moment of a sudden end is drawn at most.
+DRAWS = 8
+
+
+def earlier_moments(delay_s):
+    """Delays to try one after another until a client is met at work: each half of the one before, for
+    a machine that has become faster since the delay was drawn; the last is none."""
+    return [delay_s / 2**draw for draw in range(DRAWS - 1)] + [0]
+
+
+def check_enough(ended, wanted, what):
+    """Most of the sudden ends that were wanted came while the client was at work."""
+    check(2 * ended > wanted, f"only {ended} of {wanted} runs were {what}: the others ended by "
+                              "themselves before")
+
+
 TROUBLE = re.compile(r"^.*(\bfailed\b|\berror\b|no grid).*$", re.MULTILINE)
 
 

@@ -4,11 +4,13 @@ submitted, each whole, with every line among them whose completion was told; sub
 again gives the results of a run that nobody disturbed, byte by byte."""
 
 import re
+import shutil
 import signal
 import time
 
-from harness import (LONG, Client, changed_cells, check, check_same, digests, figure, get_all,
-                     lines_in_store, main, run_client, simulate, write_filelist)
+from harness import (LONG, Client, changed_cells, check, check_enough, check_same, digests,
+                     earlier_moments, figure, get_all, lines_in_store, main, run_client, simulate,
+                     write_filelist)
 
 COMPLETED = re.compile(r"^line (\d+) \(.*\) completed", re.MULTILINE)
 PHASES = ["commit", "refine", "synch", "get"]
@@ -60,33 +62,61 @@ def check_files(folder, client, reference):
         check_same(folder, {name: reference[name] for name in told}, "results that were told of")
 
 
+def killed_client(programs, folder, lines, reference, phase, delay_s):
+    """A client that was killed while at work, in a folder that holds what it left; None where every
+    one ended by itself, the last of which did what was asked for."""
+    before = folder.with_name(folder.name + ".before")
+    shutil.copytree(folder, before)
+    client = None
+    for moment_s in earlier_moments(delay_s):
+        shutil.rmtree(folder)
+        shutil.copytree(before, folder)
+        grid = "grid bay" if (folder / "bay").exists() else "grid bay 16 0.5"
+        client = Client(programs, folder, [*whole_run(grid, len(lines)), "exit"])
+        client.wait_for(starts(phase, len(lines)))
+        time.sleep(moment_s)
+        status = client.kill()
+        if status == -signal.SIGKILL:
+            break
+        check(status == 0, f"the client ended with {status} by itself")
+        check_files(folder, client, reference)
+        client = None
+    shutil.rmtree(before)
+    return client
+
+
+def check_what_is_left(programs, folder, lines, client, held, reference_lines):
+    """The grid after a kill, which held so many lines before; gives how many it holds."""
+    if not (folder / "bay").exists():
+        check(held == 0 and "grid construction complete" not in client.told(), "the grid is gone")
+        return 0
+    completed = {int(n) for n in COMPLETED.findall(client.messages())}
+    # Lines held since an earlier run are refused, but keep their numbers in the list.
+    held = check_grid(folder, lines, max([held, *(n + 1 for n in completed)]), reference_lines)
+    if "grid refined OK" in client.told():
+        check(changed_cells(folder / "bay") == 0, "a refinement that was told is lost")
+    again = run_client(programs, folder, ["grid bay", "show grid"])
+    check(f"lines: {held}\n" in again.told(), f"the grid in {folder} does not load")
+    return held
+
+
 def disturbed_run(programs, folder, lines, reference, phase, delay_s, kills, random):
-    """One grid whose client is killed `kills` times before it is let alone."""
+    """One grid whose client is killed `kills` times before it is let alone; gives how many of the
+    kills met a client at work."""
     reference, reference_lines = reference
     write_filelist(folder, lines)
     held = 0
     survived = 0
     for number in range(kills):
-        grid = "grid bay" if (folder / "bay").exists() else "grid bay 16 0.5"
-        client = Client(programs, folder, [*whole_run(grid, len(lines)), "exit"])
         here = phase if number == 0 else random.choice(PHASES)
         wait_s = delay_s if number == 0 else random.uniform(0, 2 * delay_s)
-        client.wait_for(starts(here, len(lines)))
-        time.sleep(wait_s)
-        status = client.kill()
-        completed = {int(n) for n in COMPLETED.findall(client.messages())}
-        check(status in (0, -signal.SIGKILL), f"the client ended with {status} by itself")
-        survived += status == -signal.SIGKILL
+        client = killed_client(programs, folder, lines, reference, here, wait_s)
+        if client is None:
+            held = len(lines)
+            break
+        survived += 1
         check_files(folder, client, reference)
-        if not (folder / "bay").exists():
-            check("grid construction complete" not in client.told(), "the grid is gone")
-            continue
-        # Lines held since an earlier run are refused, but keep their numbers in the list.
-        held = check_grid(folder, lines, max([held, *(n + 1 for n in completed)]), reference_lines)
-        if "grid refined OK" in client.told():
-            check(changed_cells(folder / "bay") == 0, "a refinement that was told is lost")
-        again = run_client(programs, folder, ["grid bay", "show grid"])
-        check(f"lines: {held}\n" in again.told(), f"the grid in {folder} does not load")
+        held = check_what_is_left(programs, folder, lines, client, held, reference_lines)
     grid = "grid bay" if (folder / "bay").exists() else "grid bay 16 0.5"
     client = run_client(programs, folder, whole_run(grid, len(lines)), trouble=True)
     refused = client.told().count("which the grid holds already")
@@ -105,10 +135,12 @@ def run(programs, scratch, random):
     check([name for name, _ in reference_lines] == [str(line) for line in lines],
           "the undisturbed run lost lines")
     survived = {phase: 0 for phase in PHASES}
+    wanted = 0
     for number in range(runs):
         phase = PHASES[number % len(PHASES)]
         delay_s = random.uniform(0, took_s[phase])
         kills = random.choice([1, 1, 2])
+        wanted += kills
         folder = scratch / f"run{number}"
         what = f"run {number}, killed in {phase} after {delay_s * 1000:.1f} ms"
         try:
@@ -118,10 +150,10 @@ def run(programs, scratch, random):
             check_same(folder, reference, "results after all")
         except Exception as failure:
             raise type(failure)(f"{what}: {failure}") from failure
-        for path in sorted(folder.rglob("*"), reverse=True):
-            path.unlink() if path.is_file() else path.rmdir()
+        shutil.rmtree(folder)
     text = ", ".join(f"{count} begun in {phase}" for phase, count in survived.items())
     figure(f"kill: {sum(survived.values())} kills survived in {runs} runs ({text})")
+    check_enough(sum(survived.values()), wanted, "killed")
 
 
 if __name__ == "__main__":

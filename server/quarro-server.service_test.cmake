@@ -1,0 +1,18 @@
+# Installs the server with SCRIPT under PREFIX, and starts what the installed unit for systemd names.
+file(REMOVE_RECURSE ${PREFIX})
+execute_process(COMMAND ${CMAKE_COMMAND} -DCMAKE_INSTALL_PREFIX=${PREFIX} -P ${SCRIPT}
+                COMMAND_ERROR_IS_FATAL ANY)
+file(STRINGS ${PREFIX}/lib/systemd/system/quarro-server.service start REGEX "^ExecStart=")
+if(NOT start MATCHES "^ExecStart=(/[^ ]*/Quarro_Server) -p ")
+  message(FATAL_ERROR "the unit does not say what to start: ${start}")
+endif()
+set(program ${CMAKE_MATCH_1})
+string(FIND ${program} ${PREFIX}/ place)
+if(NOT place EQUAL 0)
+  message(FATAL_ERROR "the unit starts ${program}, which is not under ${PREFIX}")
+endif()
+execute_process(COMMAND ${program} --version OUTPUT_VARIABLE told ERROR_VARIABLE told)
+if(NOT told MATCHES "Quarro")
+  message(FATAL_ERROR "${program} --version told: ${told}")
+endif()
+file(REMOVE_RECURSE ${PREFIX})
