@@ -94,6 +94,13 @@ ResolutionRecord RecordOf(const core::CellState& state, const core::GridSettings
   return record;
 }
 
+// Of a cell of the range, row by row from the south-west.
+std::uint64_t PlaceIn(const core::CellRange& range, core::CellIndex cell) {
+  const auto row = static_cast<std::uint64_t>(cell.row - range.south_west.row);
+  const auto column = static_cast<std::uint64_t>(cell.column - range.south_west.column);
+  return row * range.Columns() + column;
+}
+
 }  // namespace
 
 core::CellRange CellsOfResult(const core::Lattice& lattice, const SGBoundingBox& box) {
@@ -137,17 +144,28 @@ SGBoundingBox Extractor::BoundsOf(const core::CellRange& range) const {
   return BoundsOfGrid(lattice_, {.extent = range});
 }
 
-Finished Extractor::Resolution(const ExtractRequest& request) {
-  const core::CellRange range = CellsOfResult(lattice_, request.box);
-  const auto arena = std::make_shared<ResultArena>(directory_, heap_bytes_);
-  auto result = std::make_unique<ResultResolution>();
+// A result with a record for each cell of the range, in `arena`.
+template <typename Result, typename Record>
+std::unique_ptr<Result> Extractor::GridOver(const core::CellRange& range,
+                                            const ExtractRequest& request,
+                                            const std::shared_ptr<ResultArena>& arena,
+                                            Record*& records) const {
+  auto result = std::make_unique<Result>();
   result->result_number = request.result_number;
   result->bounds = BoundsOf(range);
   result->grid.rows = static_cast<std::uint32_t>(range.Rows());
   result->grid.columns = static_cast<std::uint32_t>(range.Columns());
-  auto* records = arena->Array<ResolutionRecord>(range.Rows() * range.Columns());
+  records = arena->Array<Record>(range.Rows() * range.Columns());
   result->grid.cells = records;
   result->grid.storage = arena;
+  return result;
+}
+
+Finished Extractor::Resolution(const ExtractRequest& request) {
+  const core::CellRange range = CellsOfResult(lattice_, request.box);
+  const auto arena = std::make_shared<ResultArena>(directory_, heap_bytes_);
+  ResolutionRecord* records = nullptr;
+  auto result = GridOver<ResultResolution>(range, request, arena, records);
   for (std::uint64_t row = 0; row < range.Rows(); ++row) {
     for (std::uint64_t column = 0; column < range.Columns(); ++column) {
       const core::Position node =
@@ -161,9 +179,7 @@ Finished Extractor::Resolution(const ExtractRequest& request) {
   core::CellState state;
   Visit(range, false, [&](const store::Snapshot::Cell& cell) {
     core::Decode(cell.state, state);
-    const auto row = static_cast<std::uint64_t>(cell.index.row - range.south_west.row);
-    const auto column = static_cast<std::uint64_t>(cell.index.column - range.south_west.column);
-    ResolutionRecord& record = records[row * range.Columns() + column];
+    ResolutionRecord& record = records[PlaceIn(range, cell.index)];
     ResolutionRecord filled = RecordOf(state, settings_);
     filled.easting_m = record.easting_m;
     filled.northing_m = record.northing_m;
@@ -175,21 +191,13 @@ Finished Extractor::Resolution(const ExtractRequest& request) {
 Finished Extractor::Depth(const ExtractRequest& request) {
   const core::CellRange range = CellsOfResult(lattice_, request.box);
   const auto arena = std::make_shared<ResultArena>(directory_, heap_bytes_);
-  auto result = std::make_unique<ResultDepth>();
-  result->result_number = request.result_number;
-  result->bounds = BoundsOf(range);
-  result->grid.rows = static_cast<std::uint32_t>(range.Rows());
-  result->grid.columns = static_cast<std::uint32_t>(range.Columns());
-  auto* cells = arena->Array<DepthCell>(range.Rows() * range.Columns());
-  result->grid.cells = cells;
-  result->grid.storage = arena;
+  DepthCell* cells = nullptr;
+  auto result = GridOver<ResultDepth>(range, request, arena, cells);
   core::CellState state;
   core::Refinement refinement;
   Visit(range, request.full_resolution, [&](const store::Snapshot::Cell& cell) {
     core::Decode(cell.state, state);
-    const auto row = static_cast<std::uint64_t>(cell.index.row - range.south_west.row);
-    const auto column = static_cast<std::uint64_t>(cell.index.column - range.south_west.column);
-    DepthCell& out = cells[row * range.Columns() + column];
+    DepthCell& out = cells[PlaceIn(range, cell.index)];
     out.estimate = Reported(state.low);
     if (cell.refinement.empty()) return;
     core::Decode(cell.refinement, refinement);

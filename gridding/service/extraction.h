@@ -24,6 +24,8 @@ struct ExtractRequest {
   bool full_resolution = false;  // of depth and hypotheses
 };
 
+class ResultArena;
+
 // Extracts from one snapshot of one grid. One thread at a time. Throws ExSGClientBase for a box
 // with no node in it, one over too many cells, and a request that is cancelled;
 // ExSGCServerResources when there is no room for the result.
@@ -43,6 +45,10 @@ class Extractor {
   Finished Hypotheses(const ExtractRequest& request);
 
  private:
+  template <typename Result, typename Record>
+  std::unique_ptr<Result> GridOver(const core::CellRange& range, const ExtractRequest& request,
+                                   const std::shared_ptr<ResultArena>& arena,
+                                   Record*& records) const;
   template <typename Visit>
   void VisitHypotheses(const ExtractRequest& request, const core::CellRange& range,
                        const Visit& visit);
