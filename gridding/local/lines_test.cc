@@ -136,8 +136,8 @@ TEST_F(Lines, ARendezvousSynchronisesAfterTheLine) {
 }
 
 TEST_F(Lines, TheZoneComesFromTheFirstGeographicLineAndStays) {
-  std::ofstream(directory_ / "a.llz") << "-64.59 17.84 1500\n-64.591 17.84 1500\n";
-  std::ofstream(directory_ / "b.llz") << "-59.9 17.84 1500\n";  // in the zone to the east
+  std::ofstream(directory_ / "a.llz") << "-64.59 17.84 15\n-64.591 17.84 15\n";
+  std::ofstream(directory_ / "b.llz") << "-59.9 17.84 15\n";  // in the zone to the east
   Add(client_, directory_ / "a.llz");
   EXPECT_THAT(Query(client_, 1), ::testing::Contains("projection: set projection utm 20"));
   Add(client_, directory_ / "b.llz");
@@ -153,7 +153,7 @@ TEST_F(Lines, AZoneOfTheParametersIsTakenForTheFirstLine) {
   SGDebugClient client(params);
   Attach(client);
   Construct(client, "zoned");
-  std::ofstream(directory_ / "a.llz") << "-64.59 17.84 1500\n";
+  std::ofstream(directory_ / "a.llz") << "-64.59 17.84 15\n";
   Add(client, directory_ / "a.llz");
   EXPECT_THAT(Query(client, 1), ::testing::Contains("projection: set projection utm 21"));
 }

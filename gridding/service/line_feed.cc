@@ -1,12 +1,10 @@
 #include "gridding/service/line_feed.h"
 
-#include <cmath>
 #include <memory>
 #include <optional>
 #include <utility>
 
 #include "gridding/survey/file_digest.h"
-#include "gridding/survey/line_reader.h"
 
 namespace quarro::service {
 
@@ -15,17 +13,11 @@ namespace {
 constexpr std::size_t kChunksAhead = 4;
 constexpr auto kTooUncertain = static_cast<std::size_t>(survey::Refusal::kUncertain);
 
-// The zone of the first ping that can give soundings and has a position on the globe, 0 when there
-// is none. A position that is refused must not settle the grid's zone: every good line would lie
-// outside of it.
-int FirstZone(const survey::PingChunk& chunk) {
-  for (const survey::Ping& ping : chunk.pings) {
-    if (!ping.incomplete && std::abs(ping.longitude_deg) <= 180.0 &&
-        std::abs(ping.latitude_deg) <= 90.0) {
-      return survey::UtmZoneOf(ping.longitude_deg, ping.latitude_deg);
-    }
-  }
-  return 0;
+// Bytes that changed may be of another digest than the one that was taken.
+void RefuseChanged(const survey::FileBytes& file, const survey::FileStamp& now) {
+  if (now == file.stamp()) return;
+  throw survey::LineError("\"" + file.path() +
+                          "\" was changed while it was read: submit it again when it is complete");
 }
 
 }  // namespace
@@ -86,9 +78,9 @@ void LineFeed::Run() {
   changed_.notify_all();
 }
 
-void LineFeed::ReadIdentity() {
+void LineFeed::ReadIdentity(const survey::FileBytes& file) {
   FileIdentity identity;
-  identity.digest = survey::DigestOfFile(path_, identity.bytes, [this] {
+  identity.digest = survey::DigestOfFile(file, identity.bytes, [this] {
     {
       const std::lock_guard lock(mutex_);
       if (stop_) throw Stopped();
@@ -104,8 +96,14 @@ void LineFeed::ReadIdentity() {
 }
 
 void LineFeed::ReadAll() {
-  ReadIdentity();
+  const survey::FileBytes file(path_);
+  ReadIdentity(file);
   const std::unique_ptr<survey::LineReader> reader = survey::OpenLine(path_);
+  ReadSoundings(*reader);
+  RefuseChanged(file, reader->StampNow());
+}
+
+void LineFeed::ReadSoundings(survey::LineReader& reader) {
   std::optional<survey::Georeferencer> georeferencer;
   survey::BeamAccount& account = summary_.account;
   survey::PingChunk pings;
@@ -113,12 +111,11 @@ void LineFeed::ReadAll() {
   core::Binner binner(lattice_);
   bool geographic = false;
   int placed_zone = 0;
-  while (reader->Next(pings, account)) {
+  while (reader.Next(pings, account)) {
     geographic = geographic || !pings.projected;
-    if (summary_.utm_zone == 0 && !pings.projected) summary_.utm_zone = FirstZone(pings);
+    if (summary_.utm_zone == 0) summary_.utm_zone = survey::ZoneOfFirstSounding(pings);
     if (!georeferencer || summary_.utm_zone != placed_zone) {
-      // Projected soundings are the same in every zone, beams without a position on the globe are
-      // refused in every zone.
+      // Projected soundings are the same in every zone; pings without a zone give none in any.
       placed_zone = summary_.utm_zone;
       georeferencer.emplace(placed_zone == 0 ? 1 : placed_zone, model_);
     }
@@ -132,7 +129,7 @@ void LineFeed::ReadAll() {
     Hand(std::move(chunk));
   }
   if (!geographic) summary_.utm_zone = 0;
-  summary_.remark = reader->Remark();
+  summary_.remark = reader.Remark();
 }
 
 core::BinnedChunk LineFeed::TakeSpare() {

@@ -16,7 +16,9 @@
 #include "gridding/core/lattice.h"
 #include "gridding/service/failures.h"
 #include "gridding/service/job_queue.h"
+#include "gridding/survey/file_bytes.h"
 #include "gridding/survey/georeference.h"
+#include "gridding/survey/line_reader.h"
 #include "gridding/survey/soundings.h"
 
 namespace quarro::service {
@@ -25,7 +27,7 @@ namespace quarro::service {
 // thread begins at once and ends with the file or the object. One thread at a time calls.
 class LineFeed {
  public:
-  // `utm_zone` 0: the zone of the line's first geographic position.
+  // `utm_zone` 0: the zone of the line's first ping that can give a sounding.
   LineFeed(std::string path, const core::Lattice& lattice, int utm_zone,
            const survey::UncertaintyModel& model);
   // Stops reading.
@@ -41,7 +43,8 @@ class LineFeed {
   // after the flag is set.
   FileIdentity Identity(const CancelFlag& cancelled);
 
-  // The next chunk, or false at the end. Throws what stopped the reading.
+  // The next chunk, or false at the end. Throws what stopped the reading, and a LineError in place
+  // of the end when the file has changed since its digest was begun.
   bool Next(core::BinnedChunk& chunk);
 
   // Valid after Next gave false. `used` is left to the caller; soundings too uncertain for their
@@ -49,7 +52,9 @@ class LineFeed {
   struct Summary {
     survey::BeamAccount account;
     std::string remark;
-    int utm_zone = 0;  // in which the soundings were placed; 0 for a line of projected soundings
+    // In which the soundings were placed; 0 for a line of projected soundings, and for one that
+    // gives none and was to decide.
+    int utm_zone = 0;
   };
   const Summary& summary() const { return summary_; }
 
@@ -57,7 +62,8 @@ class LineFeed {
   struct Stopped {};
   void Run();
   void ReadAll();
-  void ReadIdentity();
+  void ReadIdentity(const survey::FileBytes& file);
+  void ReadSoundings(survey::LineReader& reader);
   core::BinnedChunk TakeSpare();
   void Hand(core::BinnedChunk chunk);
 

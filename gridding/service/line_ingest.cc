@@ -49,7 +49,8 @@ survey::BeamAccount IngestLine(OpenGrid& grid, const EngineConfig& config, const
   const LineFeed::Summary& summary = feed.summary();
   survey::BeamAccount account = summary.account;
   account.used = cells.soundings();
-  const bool settles_zone = grid.utm_zone == 0 && summary.utm_zone != 0;
+  // A zone in which the grid has no sounding would only keep later lines out.
+  const bool settles_zone = grid.utm_zone == 0 && summary.utm_zone != 0 && account.used > 0;
   if (settles_zone) writer->PutSetting(kZoneSetting, std::to_string(summary.utm_zone));
   ThrowIfCancelled(cancelled);
   const std::uint32_t sequence = writer->Commit({.name = file_name,

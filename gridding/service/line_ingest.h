@@ -14,8 +14,9 @@
 namespace quarro::service {
 
 // Grids the line that `feed` reads and commits it; `file_name` is the name as it was submitted.
-// Gives what became of its beams. A line that was cancelled, is a duplicate or fails leaves the
-// grid as it was and throws ExSGClientBase or LineError with the reason. The grid thread.
+// Gives what became of its beams. The first line of which a geographic sounding is used settles the
+// grid's zone. A line that was cancelled, is a duplicate or fails leaves the grid as it was and
+// throws ExSGClientBase or LineError with the reason. The grid thread.
 survey::BeamAccount IngestLine(OpenGrid& grid, const EngineConfig& config, const TraceList& traces,
                                const std::string& file_name, LineFeed& feed,
                                const CancelFlag& cancelled);

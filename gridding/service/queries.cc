@@ -73,7 +73,7 @@ std::vector<std::string> DescribeGrid(const std::string& name,
   lines.Add("resolution: ", lattice.spacing_m(), " m, refined to no finer than ",
             core::Lattice(parameters.min_resolution_m).spacing_m(), " m");
   if (zone == 0) {
-    lines.Add("projection: not known, since no line came with geographic positions");
+    lines.Add("projection: not known, since no geographic sounding was used");
   } else {
     lines.Add("projection: set projection utm ", zone);
   }

@@ -16,6 +16,14 @@ namespace {
 
 std::string SystemReason(int error) { return std::generic_category().message(error); }
 
+FileStamp StampOf(const struct stat& status) {
+  return {.device = status.st_dev,
+          .inode = status.st_ino,
+          .size = static_cast<std::uint64_t>(status.st_size),
+          .modified_s = status.st_mtim.tv_sec,
+          .modified_ns = status.st_mtim.tv_nsec};
+}
+
 }  // namespace
 
 FileBytes::FileBytes(const std::string& path) : path_(path) {
@@ -41,11 +49,20 @@ FileBytes::FileBytes(const std::string& path) : path_(path) {
     ::close(descriptor_);
     throw LineError("\"" + path + "\" " + reason);
   }
-  size_ = static_cast<std::uint64_t>(status.st_size);
+  stamp_ = StampOf(status);
   (void)::posix_fadvise(descriptor_, 0, 0, POSIX_FADV_SEQUENTIAL);
 }
 
 FileBytes::~FileBytes() { ::close(descriptor_); }
+
+FileStamp FileBytes::StampNow() const {
+  struct stat status {};
+  if (::fstat(descriptor_, &status) != 0) {
+    const int error = errno;
+    throw LineError("\"" + path_ + "\" cannot be examined: " + SystemReason(error));
+  }
+  return StampOf(status);
+}
 
 std::size_t FileBytes::ReadAt(std::uint64_t offset, std::span<std::byte> out) const {
   std::size_t done = 0;

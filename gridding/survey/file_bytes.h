@@ -9,6 +9,17 @@
 
 namespace quarro::survey {
 
+// By which a file is known for the same one, with the same bytes in it.
+struct FileStamp {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::uint64_t size = 0;
+  std::int64_t modified_s = 0;  // since 1970-01-01 UTC
+  std::int64_t modified_ns = 0;
+
+  friend bool operator==(const FileStamp&, const FileStamp&) = default;
+};
+
 // A regular file open for reading. Read, not mapped: a file that another program cuts short, or a
 // disc that fails, is an error here where a mapping would be a signal that ends the engine; the
 // copy costs about a nanosecond a sounding. Any thread may read.
@@ -22,7 +33,10 @@ class FileBytes {
 
   const std::string& path() const { return path_; }
   // As it was when opened.
-  std::uint64_t size() const { return size_; }
+  std::uint64_t size() const { return stamp_.size; }
+  const FileStamp& stamp() const { return stamp_; }
+  // As it is now, whatever bears its name by now. Throws LineError when the system cannot tell.
+  FileStamp StampNow() const;
 
   // Fills `out` with the bytes from `offset` on and returns how many there were: fewer than asked
   // for at the end of the file alone. Throws LineError when the system cannot read.
@@ -31,7 +45,7 @@ class FileBytes {
  private:
   std::string path_;
   int descriptor_ = -1;
-  std::uint64_t size_ = 0;
+  FileStamp stamp_;
 };
 
 // A buffered view of a file that moves forward. One thread at a time.

@@ -8,13 +8,10 @@
 
 #include <xxhash.h>
 
-#include "gridding/survey/file_bytes.h"
-
 namespace quarro::survey {
 
-std::array<std::byte, 16> DigestOfFile(const std::string& path, std::uint64_t& bytes,
+std::array<std::byte, 16> DigestOfFile(const FileBytes& file, std::uint64_t& bytes,
                                        const std::function<void()>& between) {
-  const FileBytes file(path);
   const std::unique_ptr<XXH3_state_t, decltype(&XXH3_freeState)> state(XXH3_createState(),
                                                                        &XXH3_freeState);
   if (state == nullptr) throw std::bad_alloc();

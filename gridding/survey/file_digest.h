@@ -5,7 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <string>
+
+#include "gridding/survey/file_bytes.h"
 
 namespace quarro::survey {
 
@@ -14,6 +15,6 @@ namespace quarro::survey {
 // the file cannot be read. `between` is called before each MiB is read; what it throws ends the
 // reading.
 std::array<std::byte, 16> DigestOfFile(
-    const std::string& path, std::uint64_t& bytes, const std::function<void()>& between = [] {});
+    const FileBytes& file, std::uint64_t& bytes, const std::function<void()>& between = [] {});
 
 }  // namespace quarro::survey

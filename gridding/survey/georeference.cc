@@ -21,6 +21,35 @@ bool IsPossible(float depth_m, float across_m, float along_m) {
          std::abs(along_m) <= kWidest_m;
 }
 
+// Beams of the ping that give soundings where the ping itself can be placed.
+std::uint64_t PossibleBeams(const PingChunk& chunk, const Ping& ping) {
+  std::uint64_t possible = 0;
+  for (std::size_t i = ping.first_beam; i < std::size_t{ping.first_beam} + ping.beam_count; ++i) {
+    const bool is_possible =
+        chunk.unusable[i] == 0 && IsPossible(chunk.depth_m[i], chunk.across_m[i], chunk.along_m[i]);
+    possible += is_possible ? 1 : 0;
+  }
+  return possible;
+}
+
+// The reason why no beam of the ping can be placed in any zone, if there is one.
+std::optional<Refusal> RefusalInEveryZone(const PingChunk& chunk, const Ping& ping) {
+  const double x = ping.longitude_deg;
+  const double y = ping.latitude_deg;
+  if (ping.incomplete) return Refusal::kIncomplete;
+  if (!std::isfinite(x) || !std::isfinite(y)) return Refusal::kNotFinite;
+  if (chunk.projected) {
+    // No projected metre lies farther from the origin than the globe is round.
+    constexpr double kFarthest_m = 4.0e7;
+    if (std::abs(x) > kFarthest_m || std::abs(y) > kFarthest_m) return Refusal::kPosition;
+    return std::nullopt;
+  }
+  const bool on_globe = std::abs(x) <= 180.0 && std::abs(y) <= 90.0;
+  const bool heading_known = ping.heading_deg >= 0.0 && ping.heading_deg <= 360.0;
+  if (!on_globe || !heading_known) return Refusal::kPosition;
+  return std::nullopt;
+}
+
 bool IsTold(float sigma_m) { return sigma_m > 0.0F && sigma_m <= kDeepest_m; }
 
 }  // namespace
@@ -31,6 +60,16 @@ int UtmZoneOf(double longitude_deg, double latitude_deg) {
   return latitude_deg < 0.0 ? -zone : zone;
 }
 
+int ZoneOfFirstSounding(const PingChunk& chunk) {
+  if (chunk.projected) return 0;
+  for (const Ping& ping : chunk.pings) {
+    if (!RefusalInEveryZone(chunk, ping) && PossibleBeams(chunk, ping) > 0) {
+      return UtmZoneOf(ping.longitude_deg, ping.latitude_deg);
+    }
+  }
+  return 0;
+}
+
 struct Georeferencer::Impl {
   Impl(int utm_zone, const UncertaintyModel& uncertainty_model)
       : zone(utm_zone), model(uncertainty_model) {}
@@ -39,6 +78,9 @@ struct Georeferencer::Impl {
   std::optional<Refusal> Locate(const PingChunk& chunk, const Ping& ping, LocalFrame& frame) const;
   void PlaceBeams(const PingChunk& chunk, const Ping& ping, const LocalFrame& frame, Soundings& out,
                   BeamAccount& account) const;
+  // Accounts for the beams of a ping of which none is placed.
+  static void Refuse(const PingChunk& chunk, const Ping& ping, Refusal reason,
+                     BeamAccount& account);
 
   UtmZone zone;
   UncertaintyModel model;
@@ -46,22 +88,14 @@ struct Georeferencer::Impl {
 
 std::optional<Refusal> Georeferencer::Impl::Locate(const PingChunk& chunk, const Ping& ping,
                                                    LocalFrame& frame) const {
+  if (const auto refusal = RefusalInEveryZone(chunk, ping)) return refusal;
   const double x = ping.longitude_deg;
   const double y = ping.latitude_deg;
-  if (ping.incomplete) return Refusal::kIncomplete;
   if (chunk.projected) {
-    // No projected metre lies farther from the origin than the globe is round.
-    constexpr double kFarthest_m = 4.0e7;
-    if (!std::isfinite(x) || !std::isfinite(y)) return Refusal::kNotFinite;
-    if (std::abs(x) > kFarthest_m || std::abs(y) > kFarthest_m) return Refusal::kPosition;
     frame = LocalFrame{};
     frame.origin = {x, y};
     return std::nullopt;
   }
-  if (!std::isfinite(x) || !std::isfinite(y)) return Refusal::kNotFinite;
-  const bool on_globe = std::abs(x) <= 180.0 && std::abs(y) <= 90.0;
-  const bool heading_known = ping.heading_deg >= 0.0 && ping.heading_deg <= 360.0;
-  if (!on_globe || !heading_known) return Refusal::kPosition;
   if (std::abs(LongitudeDifference(x, zone.central_meridian_deg())) > kMostDegreesFromMeridian ||
       !zone.Frame(x, y, frame)) {
     return Refusal::kZone;
@@ -123,6 +157,16 @@ void Georeferencer::Impl::PlaceBeams(const PingChunk& chunk, const Ping& ping,
   account.offered += next - before;
 }
 
+void Georeferencer::Impl::Refuse(const PingChunk& chunk, const Ping& ping, Refusal reason,
+                                 BeamAccount& account) {
+  const auto first = chunk.unusable.begin() + ping.first_beam;
+  const auto unflagged = static_cast<std::uint64_t>(std::count(first, first + ping.beam_count, 0));
+  const std::uint64_t of_reason = reason == Refusal::kZone ? PossibleBeams(chunk, ping) : unflagged;
+  account.flagged += ping.beam_count - unflagged;
+  account.refused[static_cast<std::size_t>(reason)] += of_reason;
+  account.refused[static_cast<std::size_t>(Refusal::kNotFinite)] += unflagged - of_reason;
+}
+
 Georeferencer::Georeferencer(int utm_zone, const UncertaintyModel& model)
     : impl_(std::make_unique<Impl>(utm_zone, model)) {}
 
@@ -132,14 +176,11 @@ void Georeferencer::Place(const PingChunk& chunk, Soundings& out, BeamAccount& a
   for (const Ping& ping : chunk.pings) {
     LocalFrame frame;
     const std::optional<Refusal> refusal = impl_->Locate(chunk, ping, frame);
-    if (!refusal) {
+    if (refusal) {
+      Impl::Refuse(chunk, ping, *refusal, account);
+    } else {
       impl_->PlaceBeams(chunk, ping, frame, out, account);
-      continue;
     }
-    const auto first = chunk.unusable.begin() + ping.first_beam;
-    const auto usable = static_cast<std::uint64_t>(std::count(first, first + ping.beam_count, 0));
-    account.flagged += ping.beam_count - usable;
-    account.refused[static_cast<std::size_t>(*refusal)] += usable;
   }
 }
 

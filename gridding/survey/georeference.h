@@ -37,6 +37,11 @@ BeamSigma ModelSigma(const UncertaintyModel& model, double depth_m, double acros
 // northern.
 int UtmZoneOf(double longitude_deg, double latitude_deg);
 
+// The zone of the first ping that can give a sounding in its own zone, 0 when there is none and for
+// projected positions. Any other ping tells nothing of where its survey lies: a ship without a fix
+// is at 0, 0 as often as not.
+int ZoneOfFirstSounding(const PingChunk& chunk);
+
 // Places the beams of a line in one UTM zone on WGS84. One thread at a time: it owns its PROJ
 // transformation.
 class Georeferencer {
@@ -46,7 +51,8 @@ class Georeferencer {
   ~Georeferencer();
 
   // Appends the usable beams of `chunk` to `out`. Adds flagged, refused and offered to `account`:
-  // positions more than kMostDegreesFromMeridian from the zone's central meridian are refused.
+  // positions more than kMostDegreesFromMeridian from the zone's central meridian are refused. What
+  // gives a sounding in no zone is refused for that reason in every zone.
   void Place(const PingChunk& chunk, Soundings& out, BeamAccount& account);
 
   static constexpr double kMostDegreesFromMeridian = 9.0;  // the zone and both its neighbours

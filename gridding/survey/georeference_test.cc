@@ -3,6 +3,8 @@
 
 #include <cmath>
 #include <limits>
+#include <utility>
+#include <vector>
 
 #include <geodesic.h>
 #include <gtest/gtest.h>
@@ -253,6 +255,52 @@ TEST(UtmZoneOf, ZonesAreSixDegreesWideFromTheAntimeridian) {
   EXPECT_EQ(UtmZoneOf(-0.001, 0.0), 30);
   EXPECT_EQ(UtmZoneOf(0.0, -0.001), -31);
   EXPECT_EQ(UtmZoneOf(6.0, 60.0), 32);
+}
+
+TEST(Georeferencer, BeamsPossibleInNoZoneAreNotRefusedForTheZone) {
+  PingChunk chunk;
+  Add(chunk, At(0.0, 0.0), {{}, {.depth_m = 0.0F}, {.across_m = kNone}, {.unusable = 1}});
+  const Placed placed = Place(19, chunk);
+  EXPECT_EQ(placed.account.flagged, 1U);
+  EXPECT_EQ(placed.Refused(Refusal::kZone), 1U);
+  EXPECT_EQ(placed.Refused(Refusal::kNotFinite), 2U);
+  EXPECT_EQ(placed.account.offered, 0U);
+}
+
+TEST(ZoneOfFirstSounding, PingsThatGiveNoneDoNotDecide) {
+  Ping incomplete = At(0.0, 0.0);
+  incomplete.incomplete = true;
+  const Ping somewhere = At(0.0, 0.0);
+  const std::vector<std::pair<Ping, std::vector<Beam>>> without = {
+      {somewhere, {}},
+      {somewhere, {{.unusable = 1}, {.unusable = 1}}},
+      {somewhere, {{.depth_m = 0.0F}}},
+      {somewhere, {{.depth_m = kNone}}},
+      {somewhere, {{.depth_m = 2.0F * kDeepest_m}}},
+      {somewhere, {{.across_m = 2.0F * kWidest_m}}},
+      {somewhere, {{.along_m = kNone}}},
+      {somewhere, {{.depth_m = 0.0F}, {.unusable = 1}}},
+      {incomplete, {{}}},
+      {At(0.0, 0.0, 655.35), {{}}},
+      {At(0.0, 91.0), {{}}},
+      {At(-181.0, 0.0), {{}}},
+      {At(std::numeric_limits<double>::quiet_NaN(), 0.0), {{}}},
+  };
+  PingChunk all;
+  for (std::size_t i = 0; i < without.size(); ++i) {
+    PingChunk chunk;
+    Add(chunk, without[i].first, without[i].second);
+    Add(all, without[i].first, without[i].second);
+    EXPECT_EQ(ZoneOfFirstSounding(chunk), 0) << i;
+    // No zone takes what decides none: whatever it is placed in, it gives nothing.
+    for (const int zone : {1, 31}) EXPECT_EQ(Place(zone, chunk).soundings.size(), 0U) << i;
+    EXPECT_EQ(Place(1, chunk).Refused(Refusal::kZone), 0U) << i;
+  }
+  Add(all, At(-70.0, 42.0), {{.depth_m = 0.0F}, {}});
+  Add(all, At(100.0, 10.0), {{}});
+  EXPECT_EQ(ZoneOfFirstSounding(all), 19);
+  all.projected = true;
+  EXPECT_EQ(ZoneOfFirstSounding(all), 0);
 }
 
 TEST(Georeferencer, ImpossibleZonesAreRefused) {

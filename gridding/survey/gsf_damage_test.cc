@@ -217,7 +217,96 @@ TEST_F(GsfDamage, BadErrorArraysLeaveTheDepthsUsable) {
                                     Subrecord(19, Word16(1) + Word16(1)) + Subrecord(20, "abc")));
   EXPECT_TRUE(std::isnan(line.chunk.sigma_v_m.at(0)));
   EXPECT_TRUE(std::isnan(line.chunk.sigma_h_m.at(0)));
+  EXPECT_FALSE(line.chunk.pings.at(0).incomplete);
+  EXPECT_TRUE(Contains(line.remark,
+                       "the vertical-error array has no scale factor other than 0: it is left out"))
+      << line.remark;
   EXPECT_EQ(Offered(line), 2U);
+}
+
+struct BadErrorsCase {
+  const char* name;
+  std::string body;  // of the second of four pings, the others have good errors, none, and good
+  const char* remark;
+  bool vertical_left;  // to the ping itself and to the third, which has none of its own
+  bool horizontal_left;
+};
+
+TEST_F(GsfDamage, ABadErrorArrayIsToldAndNoOlderOneTakesItsPlace) {
+  const auto scales = [](std::int64_t vertical, std::int64_t horizontal) {
+    return Scales({{1, 100, 0},
+                   {2, 10, 0},
+                   {3, 10, 0},
+                   {11, 100, 0},
+                   {12, 100, 0},
+                   {13, 100, 0},
+                   {19, vertical, 0},
+                   {20, horizontal, 0}});
+  };
+  const std::string usual = scales(100, 100);
+  const std::string two = Word16(490) + Word16(490);
+  const std::string vertical = Subrecord(19, two);
+  const std::string horizontal = Subrecord(20, two);
+  const std::vector<BadErrorsCase> cases = {
+      {"good", usual + vertical + horizontal, "", true, true},
+      {"none", usual, "", true, true},
+      {"vertical a byte short", usual + Subrecord(19, "abc") + horizontal,
+       "the vertical-error array of 3 bytes does not fit 2 beams: it is left out", false, true},
+      {"vertical of no bytes", usual + Subrecord(19, "") + horizontal,
+       "the vertical-error array of 0 bytes does not fit 2 beams", false, true},
+      {"vertical not scaled", scales(0, 100) + vertical + horizontal,
+       "the vertical-error array has no scale factor other than 0", false, true},
+      {"horizontal a byte short", usual + vertical + Subrecord(20, "abc"),
+       "the horizontal-error array of 3 bytes does not fit 2 beams", true, false},
+      {"horizontal not scaled", scales(100, 0) + vertical + horizontal,
+       "the horizontal-error array has no scale factor other than 0", true, false},
+      {"without scale factors", UsualScales() + vertical + horizontal,
+       "the vertical-error array has no scale factor other than 0", false, false},
+      {"old vertical in its place", usual + Subrecord(19, "abc") + Subrecord(11, two),
+       "the vertical-error array of 3 bytes does not fit 2 beams", true, true},
+      {"old vertical bad", usual + Subrecord(11, "abc"),
+       "the depth-error array of 3 bytes does not fit 2 beams", false, true},
+      {"old across bad", usual + Subrecord(12, "abc") + Subrecord(13, two),
+       "the across-track-error array of 3 bytes does not fit 2 beams", true, false},
+      {"old along bad", usual + Subrecord(12, two) + Subrecord(13, "abc"),
+       "the along-track-error array of 3 bytes does not fit 2 beams", true, false},
+      {"old along alone", usual + Subrecord(13, two), "", true, true},
+  };
+  const std::string good = Record(2, PingHeader({}) + usual + TwoBeams() + vertical + horizontal);
+  for (const BadErrorsCase& one : cases) {
+    const WholeLine line =
+        Read(Header() + good + Record(2, PingHeader({}) + TwoBeams() + one.body) +
+             Record(2, PingHeader({}) + usual + TwoBeams()) + good);
+    EXPECT_EQ(line.remark.empty(), *one.remark == '\0') << one.name << ": " << line.remark;
+    EXPECT_TRUE(Contains(line.remark, one.remark)) << one.name << ": " << line.remark;
+    for (const std::size_t beam : {2U, 3U, 4U, 5U}) {
+      EXPECT_EQ(std::isfinite(line.chunk.sigma_v_m.at(beam)), one.vertical_left) << one.name;
+      EXPECT_EQ(std::isfinite(line.chunk.sigma_h_m.at(beam)), one.horizontal_left) << one.name;
+    }
+    for (const std::size_t beam : {0U, 1U, 6U, 7U}) {
+      EXPECT_FLOAT_EQ(line.chunk.sigma_v_m.at(beam), 2.5F) << one.name;
+      EXPECT_NEAR(line.chunk.sigma_h_m.at(beam), 2.0019F, 1e-4) << one.name;
+    }
+    EXPECT_EQ(Offered(line), 8U) << one.name;
+  }
+}
+
+TEST_F(GsfDamage, ErrorsOfAPingWithoutPlacesAreThoseThatLaterPingsInherit) {
+  const std::string scales = Scales({{1, 100, 0}, {2, 10, 0}, {3, 10, 0}, {19, 100, 0}});
+  const auto sigma_after = [&](const std::string& body) {
+    const WholeLine line = Read(
+        Header() +
+        Record(2, PingHeader({}) + scales + TwoBeams() + Subrecord(19, Word16(196) + Word16(196))) +
+        Record(2, PingHeader({}) + body) + Record(2, PingHeader({}) + scales + TwoBeams()));
+    EXPECT_TRUE(line.chunk.pings.at(1).incomplete);
+    EXPECT_FALSE(line.chunk.pings.at(2).incomplete);
+    return line.chunk.sigma_v_m.at(4);
+  };
+  EXPECT_FLOAT_EQ(sigma_after(scales), 1.0F);
+  EXPECT_FLOAT_EQ(sigma_after(scales + Subrecord(19, Word16(392) + Word16(392))), 2.0F);
+  EXPECT_TRUE(std::isnan(sigma_after(scales + Subrecord(19, "abc"))));
+  // Whether it had any is not known.
+  EXPECT_TRUE(std::isnan(sigma_after(Subrecord(100, Word32(9)) + TwoBeams())));
 }
 
 TEST_F(GsfDamage, PositionsOffTheGlobeGiveNoSounding) {

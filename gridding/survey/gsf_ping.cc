@@ -31,8 +31,24 @@ void AppendBeams(std::size_t beams, PingChunk& chunk) {
 }
 
 const char* ArrayName(std::size_t id) {
-  if (id == kDepth) return "depth";
-  return id == kAcross ? "across-track" : "along-track";
+  switch (id) {
+    case kDepth:
+      return "depth";
+    case kAcross:
+      return "across-track";
+    case kAlong:
+      return "along-track";
+    case kDepthErrorOld:
+      return "depth-error";
+    case kAcrossErrorOld:
+      return "across-track-error";
+    case kAlongErrorOld:
+      return "along-track-error";
+    case kVerticalError:
+      return "vertical-error";
+    default:
+      return "horizontal-error";
+  }
 }
 
 }  // namespace
@@ -61,14 +77,17 @@ bool PingDecoder::Decode(std::span<const std::byte> data, std::size_t header_byt
 
   Subrecords found{};
   problem = Walk(data.subspan(header_bytes), found);
+  std::string errors_problem;
   if (beams > 0) {
     const bool whole_ping = (LoadU16(data.data() + 20) & 1U) != 0;
     const std::string flags_problem = DecodeFlags(found, ping, whole_ping, chunk);
     if (problem.empty()) problem = flags_problem;
     if (problem.empty()) problem = DecodePlaces(found, ping, chunk);
-    if (problem.empty()) DecodeErrors(found, ping, chunk);
+    // Of an incomplete ping too: later ones inherit them, or must not.
+    errors_problem = DecodeErrors(found, ping, chunk);
   }
   ping.incomplete = !problem.empty();
+  if (problem.empty()) problem = errors_problem;
   chunk.pings.push_back(ping);
   return true;
 }
@@ -96,7 +115,12 @@ std::string PingDecoder::Walk(std::span<const std::byte> rest, Subrecords& found
     rest = rest.subspan(size);
     if (!known) continue;
     if (id == kScaleFactors) {
-      if (std::string problem = TakeScaleFactors(bytes); !problem.empty()) return problem;
+      std::string problem = TakeScaleFactors(bytes);
+      if (!problem.empty()) {
+        // The arrays behind it are not looked for, errors among them.
+        ForgetInherited();
+        return problem;
+      }
     } else {
       found[id] = bytes;
     }
@@ -124,12 +148,8 @@ std::string PingDecoder::DecodePlaces(const Subrecords& found, const Ping& ping,
                                       PingChunk& chunk) const {
   for (const std::size_t id : {kDepth, kAcross, kAlong}) {
     if (found[id].empty()) return std::string("a ping lacks its ") + ArrayName(id) + " array";
-    if (ElementWidth(found[id].size(), ping.beam_count) == 0) {
-      return std::string("the ") + ArrayName(id) + " array of " + std::to_string(found[id].size()) +
-             " bytes does not fit " + std::to_string(ping.beam_count) + " beams";
-    }
-    if (scales_[id].multiplier == 0) {
-      return std::string("the ") + ArrayName(id) + " array has no scale factor other than 0";
+    if (std::string problem = ArrayProblem(found, id, ping.beam_count); !problem.empty()) {
+      return problem;
     }
   }
   const auto width = [&](std::size_t id) {
@@ -163,42 +183,76 @@ std::string PingDecoder::DecodeFlags(const Subrecords& found, const Ping& ping, 
   return {};
 }
 
-void PingDecoder::DecodeErrors(const Subrecords& found, const Ping& ping, PingChunk& chunk) {
+std::string PingDecoder::ArrayProblem(const Subrecords& found, std::size_t id,
+                                      std::size_t beams) const {
+  if (ElementWidth(found[id].size(), beams) == 0) {
+    return std::string("the ") + ArrayName(id) + " array of " + std::to_string(found[id].size()) +
+           " bytes does not fit " + std::to_string(beams) + " beams";
+  }
+  if (scales_[id].multiplier == 0) {
+    return std::string("the ") + ArrayName(id) + " array has no scale factor other than 0";
+  }
+  return {};
+}
+
+std::string PingDecoder::DecodeErrors(const Subrecords& found, const Ping& ping, PingChunk& chunk) {
   // The obsolete arrays state no confidence; taking them as 1 sigma claims no more than they say.
   const std::size_t beams = ping.beam_count;
-  if (!DecodeError(found, kVerticalError, beams, kSigmasOfVertical95, inherited_.vertical_m)) {
-    DecodeError(found, kDepthErrorOld, beams, 1.0, inherited_.vertical_m);
+  std::string problem;
+  Told vertical = DecodeError(found, kVerticalError, beams, kSigmasOfVertical95,
+                              inherited_.vertical_m, problem);
+  if (vertical != Told::kGood) {
+    vertical = std::max(
+        vertical, DecodeError(found, kDepthErrorOld, beams, 1.0, inherited_.vertical_m, problem));
   }
-  if (!DecodeError(found, kHorizontalError, beams, kSigmasOfRadial95, inherited_.horizontal_m) &&
-      DecodeError(found, kAcrossErrorOld, beams, 1.0, across_error_m_) &&
-      DecodeError(found, kAlongErrorOld, beams, 1.0, inherited_.horizontal_m)) {
-    std::transform(across_error_m_.begin(), across_error_m_.end(), inherited_.horizontal_m.begin(),
-                   inherited_.horizontal_m.begin(),
-                   [](float across, float along) { return std::max(across, along); });
+  Told horizontal = DecodeError(found, kHorizontalError, beams, kSigmasOfRadial95,
+                                inherited_.horizontal_m, problem);
+  if (horizontal != Told::kGood) {
+    horizontal = std::max(horizontal,
+                          DecodeOldHorizontalError(found, beams, inherited_.horizontal_m, problem));
   }
-  if (inherited_.vertical_m.size() == ping.beam_count) {
+  if (vertical == Told::kBad) inherited_.vertical_m.clear();
+  if (horizontal == Told::kBad) inherited_.horizontal_m.clear();
+  if (inherited_.vertical_m.size() == beams) {
     std::copy(inherited_.vertical_m.begin(), inherited_.vertical_m.end(),
               chunk.sigma_v_m.begin() + ping.first_beam);
   }
-  if (inherited_.horizontal_m.size() == ping.beam_count) {
+  if (inherited_.horizontal_m.size() == beams) {
     std::copy(inherited_.horizontal_m.begin(), inherited_.horizontal_m.end(),
               chunk.sigma_h_m.begin() + ping.first_beam);
   }
+  return problem;
 }
 
-bool PingDecoder::DecodeError(const Subrecords& found, std::size_t id, std::size_t beams,
-                              double sigmas, std::vector<float>& out) const {
+PingDecoder::Told PingDecoder::DecodeError(const Subrecords& found, std::size_t id,
+                                           std::size_t beams, double sigmas,
+                                           std::vector<float>& out, std::string& problem) const {
   const auto bytes = found[id];
-  const Scale scale = scales_[id];
-  if (bytes.empty() || scale.multiplier == 0) return false;
-  const std::size_t width = ElementWidth(bytes.size(), beams);
-  if (width == 0) return false;
+  if (bytes.data() == nullptr) return Told::kNothing;  // an array of no bytes is there, and bad
+  if (const std::string wrong = ArrayProblem(found, id, beams); !wrong.empty()) {
+    if (problem.empty()) problem = wrong + ": it is left out";
+    return Told::kBad;
+  }
   out.resize(beams);
-  DecodeUnsigned(bytes, width, scale, out.data());
+  DecodeUnsigned(bytes, ElementWidth(bytes.size(), beams), scales_[id], out.data());
   const auto per_sigma = static_cast<float>(1.0 / sigmas);
   // An error of 0 is the mark of one that is not known.
   for (float& error : out) error = error > 0.0F ? error * per_sigma : kNone;
-  return true;
+  return Told::kGood;
+}
+
+PingDecoder::Told PingDecoder::DecodeOldHorizontalError(const Subrecords& found, std::size_t beams,
+                                                        std::vector<float>& out,
+                                                        std::string& problem) {
+  const Told across = DecodeError(found, kAcrossErrorOld, beams, 1.0, across_error_m_, problem);
+  const Told along = DecodeError(found, kAlongErrorOld, beams, 1.0, along_error_m_, problem);
+  if (across == Told::kBad || along == Told::kBad) return Told::kBad;
+  // One of the two says nothing of the other axis.
+  if (across == Told::kNothing || along == Told::kNothing) return Told::kNothing;
+  out.resize(beams);
+  std::transform(across_error_m_.begin(), across_error_m_.end(), along_error_m_.begin(),
+                 out.begin(), [](float x, float y) { return std::max(x, y); });
+  return Told::kGood;
 }
 
 }  // namespace quarro::survey::gsf

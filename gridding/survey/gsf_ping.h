@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
@@ -17,7 +18,8 @@ class PingDecoder {
  public:
   // Appends the ping of a record's data to `chunk`; `header_bytes` is that of the file's version.
   // False, and an unchanged chunk, when the data cannot be a ping. `problem` tells in either case
-  // what is wrong with it, empty when nothing is.
+  // what is wrong with it, empty when nothing is: a ping with bad error arrays is taken without
+  // them, and told.
   bool Decode(std::span<const std::byte> data, std::size_t header_bytes, PingChunk& chunk,
               std::string& problem);
 
@@ -31,7 +33,8 @@ class PingDecoder {
   static constexpr std::size_t kKnownIds = 32;
   using Subrecords = std::array<std::span<const std::byte>, kKnownIds>;
 
-  // The errors of the last ping that had them, 1 sigma, inherited by pings of as many beams.
+  // The errors of the last ping that had them, 1 sigma, inherited by pings of as many beams. Empty
+  // after a ping whose own were bad: those before it are no longer what the file tells.
   struct Errors {
     std::vector<float> vertical_m;
     std::vector<float> horizontal_m;
@@ -43,14 +46,23 @@ class PingDecoder {
   std::string DecodePlaces(const Subrecords& found, const Ping& ping, PingChunk& chunk) const;
   static std::string DecodeFlags(const Subrecords& found, const Ping& ping, bool whole_ping,
                                  PingChunk& chunk);
-  void DecodeErrors(const Subrecords& found, const Ping& ping, PingChunk& chunk);
-  // One error array as 1 sigma; false when the ping has none that can be scaled.
-  bool DecodeError(const Subrecords& found, std::size_t id, std::size_t beams, double sigmas,
-                   std::vector<float>& out) const;
+  // What is wrong with an array that the ping has, empty when nothing is.
+  std::string ArrayProblem(const Subrecords& found, std::size_t id, std::size_t beams) const;
+  // What a ping tells of an error, the better the greater.
+  enum class Told : std::uint8_t { kNothing, kBad, kGood };
+  // Gives the first thing that is wrong with the arrays, empty when nothing is.
+  std::string DecodeErrors(const Subrecords& found, const Ping& ping, PingChunk& chunk);
+  // Fill the vector with errors as 1 sigma where they are good; put what is wrong in `problem` when
+  // it is still empty.
+  Told DecodeError(const Subrecords& found, std::size_t id, std::size_t beams, double sigmas,
+                   std::vector<float>& out, std::string& problem) const;
+  Told DecodeOldHorizontalError(const Subrecords& found, std::size_t beams, std::vector<float>& out,
+                                std::string& problem);
 
   std::array<Scale, kKnownIds> scales_{};
   Errors inherited_;
   std::vector<float> across_error_m_;  // work space
+  std::vector<float> along_error_m_;   // work space
 };
 
 }  // namespace quarro::survey::gsf

@@ -20,6 +20,7 @@ class GsfReader : public LineReader {
 
   bool Next(PingChunk& chunk, BeamAccount& account) override;
   std::string Remark() const override;
+  FileStamp StampNow() const override { return window_.file().StampNow(); }
 
  private:
   struct Record {

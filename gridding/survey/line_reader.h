@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "gridding/survey/file_bytes.h"
 #include "gridding/survey/soundings.h"
 #include "support/exceptions.h"
 
@@ -30,6 +31,9 @@ class LineReader {
   // What a person should know of a file that was read in part ("record at byte 1234 runs past the
   // end of the file"); empty when it was whole. Valid after Next gave false.
   virtual std::string Remark() const = 0;
+
+  // The file that is read, as it is now. Throws LineError when the system cannot tell.
+  virtual FileStamp StampNow() const = 0;
 
   static constexpr std::size_t kBeamsPerChunk = 65536;
   static constexpr std::size_t kPingsPerChunk = 65536;  // bounds a file of pings without beams

@@ -32,7 +32,11 @@ std::string_view TakeField(std::string_view& text) {
 }
 
 bool ParseNumber(std::string_view field, double& value) {
-  if (!field.empty() && field.front() == '+') field.remove_prefix(1);
+  if (!field.empty() && field.front() == '+') {
+    field.remove_prefix(1);
+    // std::from_chars takes a minus sign, and would take one behind the plus.
+    if (!field.empty() && field.front() == '-') return false;
+  }
   const char* end = field.data() + field.size();
   const auto [rest, error] = std::from_chars(field.data(), end, value);
   return error == std::errc() && rest == end;

@@ -25,6 +25,7 @@ class TextReader : public LineReader {
 
   bool Next(PingChunk& chunk, BeamAccount& account) override;
   std::string Remark() const override;
+  FileStamp StampNow() const override { return window_.file().StampNow(); }
 
  private:
   // A longer line is no sounding; its rest is skipped.

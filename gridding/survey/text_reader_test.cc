@@ -81,6 +81,15 @@ TEST_F(TextLine, ABadLineIsABeamRefusedAndTheFirstIsNamed) {
   EXPECT_EQ(account.offered, 2U);
 }
 
+TEST_F(TextLine, ANumberHasOneSign) {
+  const WholeLine line =
+      Read("+1 -2 +3\n+-1 2 3\n1 +-2 3\n1 2 +-3\n1 2 ++3\n1 2 -+3\n1 2 --3\n1 2 3 +-0\n4 5 -6\n");
+  EXPECT_EQ(line.remark, "line 2 is no sounding: \"+-1 2 3\" (and 6 more)");
+  EXPECT_EQ(line.chunk.depth_m.at(0), 3.0F);
+  for (std::size_t i = 1; i < 8; ++i) EXPECT_TRUE(std::isnan(line.chunk.depth_m.at(i))) << i;
+  EXPECT_EQ(line.chunk.depth_m.at(8), -6.0F);
+}
+
 TEST_F(TextLine, DamagedLinesShowAsPrintableText) {
   const WholeLine line = Read("1 2 3\n\x01\x1B[31m" + std::string(100, 'x') + "\n");
   EXPECT_EQ(line.remark, "line 2 is no sounding: \"??[31m" + std::string(54, 'x') + "...\"");

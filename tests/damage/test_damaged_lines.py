@@ -1,8 +1,7 @@
 #!/usr/bin/env python3
 """Commits a line damaged in every way that damage_gsf knows, each to a grid of its own before two
 good lines, and judges what came of it: what is told, what is refused, and that the grid is the same
-to the byte as with the line without the pings that the damage took (without the line where it took
-all).
+to the byte as with what the damage left of the line (without the line where it took all).
 
   test_damaged_lines.py CLIENT SIMULATE DAMAGE_GSF
 """
@@ -19,6 +18,12 @@ PINGS = 31
 LOST = 3  # pings, in the ways that damage a few
 INCOMPLETE = ("in a ping without depth, across- and along-track arrays or their scale factors")
 OFF_GLOBE = "from a ship position or heading off the globe"
+IMPOSSIBLE = "without a possible depth and offset"
+# Far from 0, 0 and its projection zone, so that a line placed there shows; with errors other than
+# those of the uncertainty model, so that it shows where the model takes their place, and a swath
+# narrow enough for the model to give no beam more than a cell.
+SURVEY = ("--latitude", 42, "--longitude", -70, "--swath", 110, "--vertical-fixed", 0.3,
+          "--horizontal-fixed", 0.4)
 CUT = r"a record of \d+ bytes runs past the end of the file"
 OTHERS = rf" \(and {LOST - 1} more\)"
 
@@ -37,6 +42,10 @@ class Expected:
 
 def incomplete(remark, beams=LOST * BEAMS):
     return Expected(remark=remark + OTHERS, refused=(beams, INCOMPLETE))
+
+
+def without_errors(remark):
+    return Expected(remark=remark + ": it is left out" + OTHERS)
 
 
 def off_globe(pings=LOST):
@@ -62,6 +71,15 @@ EXPECTED = {
                                        LOST * 32767),
     "depth-multiplier-0": incomplete("the depth array has no scale factor other than 0"),
     "across-multiplier-0": incomplete("the across-track array has no scale factor other than 0"),
+    "along-multiplier-0": incomplete("the along-track array has no scale factor other than 0"),
+    "vertical-error-size": without_errors(
+        rf"the vertical-error array of \d+ bytes does not fit {BEAMS} beams"),
+    "vertical-error-multiplier-0": without_errors(
+        "the vertical-error array has no scale factor other than 0"),
+    "horizontal-error-size": without_errors(
+        rf"the horizontal-error array of \d+ bytes does not fit {BEAMS} beams"),
+    "horizontal-error-multiplier-0": without_errors(
+        "the horizontal-error array has no scale factor other than 0"),
     "before-scale-factors": incomplete("the depth array has no scale factor other than 0"),
     "scale-factor-count": incomplete(
         r"a scale-factor subrecord of \d+ bytes cannot hold what it counts"),
@@ -70,6 +88,11 @@ EXPECTED = {
     "longitude-off-globe": off_globe(),
     "latitude-off-globe": off_globe(),
     "start-off-globe": off_globe(),
+    "start-at-0-0-no-beams": Expected(read=PINGS - LOST),
+    "start-at-0-0-ping-flags": Expected(),
+    "start-at-0-0-beam-flags": Expected(),
+    "start-at-0-0-heading": off_globe(),
+    "start-at-0-0-depths-0": Expected(refused=(LOST * BEAMS, IMPOSSIBLE)),
     "all-off-globe": off_globe(PINGS),
 }
 
@@ -160,7 +183,7 @@ def main(client, simulate, damage):
         os.chdir(scratch)
         pathlib.Path("params.xml").write_text("<parameters/>")
         run(simulate, "--output", "lines", "--lines", 3, "--line-length", 60, "--depth", 20,
-            "--beams", BEAMS, "--ping-rate", 2, "--seed", 7)
+            "--beams", BEAMS, "--ping-rate", 2, "--seed", 7, *SURVEY)
         ways = [line.split()[0] for line in run(damage, "--list").splitlines()]
         assert sorted(ways) == sorted(EXPECTED), "a way has no expectation, or the other way round"
         references = {}
