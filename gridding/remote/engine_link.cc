@@ -20,6 +20,9 @@ constexpr std::chrono::seconds kOpenDeadline{10};
 constexpr std::chrono::seconds kCallDeadline{5};
 constexpr std::chrono::seconds kCloseDeadline{6};
 constexpr std::uint32_t kWaitAtClose_ms = 4000;
+// For an engine that was lost, which may be gone for good.
+constexpr std::chrono::milliseconds kReachDeadline{2000};
+constexpr std::uint32_t kWaitAtCloseOfLost_ms = 1500;
 constexpr std::chrono::seconds kLastEventsWait{2};
 constexpr std::chrono::milliseconds kBetweenAttempts{50};
 constexpr std::uint64_t kHeapBytes = std::uint64_t{16} << 20U;
@@ -79,10 +82,11 @@ void EngineLink::OpenSession() {
                              : "cannot be reached with plain text: ") +
         status.error_message() +
         (settings_.UsesTls()
-             ? " (is it up, with a certificate of the same authority that names its address?)"
+             ? " (is it up, with a certificate of the same authority, made for an engine "
+               "(script/certificates)? One without certificates wants a client without "
+               "CertificateAuthority, Certificate and PrivateKey of section Network)"
              : " (is it up? One that wants certificates needs CertificateAuthority, Certificate "
-               "and "
-               "PrivateKey of section Network)"));
+               "and PrivateKey of section Network)"));
   }
   if (reply.has_refused()) std::rethrow_exception(rpc::FromMessage(reply.refused()));
   if (reply.opened().protocol_version() != rpc::kProtocolVersion) {
@@ -126,7 +130,7 @@ bool EngineLink::IsWorthAnother(const grpc::Status& status) {
     case grpc::StatusCode::CANCELLED:
       return true;
     case grpc::StatusCode::NOT_FOUND:
-      Lose("it does not know the session any more");
+      Lose("it does not know the session any more", Session::kOver);
       ThrowIfLost();
       return false;
     case grpc::StatusCode::RESOURCE_EXHAUSTED:
@@ -212,24 +216,38 @@ void EngineLink::AnnouncementDone(std::uint64_t request_id) {
   }
 }
 
+bool EngineLink::EndSession(bool wait, bool was_lost) {
+  v1::CloseSessionRequest request;
+  request.set_session(session_);
+  request.set_wait_ms(!wait ? 0 : was_lost ? kWaitAtCloseOfLost_ms : kWaitAtClose_ms);
+  const auto reached_by = std::chrono::system_clock::now() + kReachDeadline;
+  // One that meets a break which nobody noticed yet fails; the next goes over a new connection.
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    grpc::experimental::ChannelResetConnectionBackoff(channel_.get());
+    if (!channel_->WaitForConnected(reached_by)) return false;
+    v1::CloseSessionReply reply;
+    grpc::ClientContext context;
+    context.set_wait_for_ready(true);
+    context.set_deadline(std::chrono::system_clock::now() +
+                         (was_lost ? kReachDeadline : kCloseDeadline));
+    const grpc::Status status = stub_->CloseSession(&context, request, &reply);
+    if (status.ok()) return reply.finished();
+    if (status.error_code() != grpc::StatusCode::UNAVAILABLE) return false;
+  }
+  return false;
+}
+
 void EngineLink::Close(bool wait) {
   bool lost = false;
+  bool over = false;
   {
     const std::lock_guard lock(mutex_);
     closing_ = true;
     lost = lost_.has_value();
+    over = session_over_;
   }
   changed_.notify_all();
-  bool finished = false;
-  if (!lost) {
-    v1::CloseSessionRequest request;
-    request.set_session(session_);
-    request.set_wait_ms(wait ? kWaitAtClose_ms : 0);
-    v1::CloseSessionReply reply;
-    grpc::ClientContext context;
-    context.set_deadline(std::chrono::system_clock::now() + kCloseDeadline);
-    finished = stub_->CloseSession(&context, request, &reply).ok() && reply.finished();
-  }
+  const bool finished = !over && EndSession(wait, lost);
   {
     std::unique_lock lock(mutex_);
     // The last messages of a session that is over are on their way.

@@ -42,7 +42,9 @@ class EngineLink : public std::enable_shared_from_this<EngineLink> {
   // Begins to read events. Once.
   void Start(std::shared_ptr<Outstanding> outstanding);
   // Ends the session; with `wait` once its grid is closed, if that takes no more than some seconds.
-  // No event is dealt with once it returned. Not while requests are made.
+  // A session that was lost with its connection is ended too if the engine is reached within
+  // seconds, so that it does not keep its grid from who attaches next. No event is dealt with once
+  // it returned. Not while requests are made.
   void Close(bool wait);
 
   const std::string& session() const { return session_; }
@@ -101,7 +103,11 @@ class EngineLink : public std::enable_shared_from_this<EngineLink> {
   void Take(const v1::Event& event);
   void AcknowledgeNowAndThen();
   bool WaitForConnection(std::chrono::steady_clock::time_point until);
-  void Lose(const std::string& reason);
+  // True when the engine tells that the session is over and its grid closed.
+  bool EndSession(bool wait, bool was_lost);
+  // What becomes of the session at the engine.
+  enum class Session : std::uint8_t { kLives, kOver };
+  void Lose(const std::string& reason, Session session);
   void ThrowIfLost();
   bool Pause(std::chrono::milliseconds time);
 
@@ -122,12 +128,14 @@ class EngineLink : public std::enable_shared_from_this<EngineLink> {
   std::condition_variable changed_;
   std::set<grpc::ClientContext*> active_;
   std::optional<std::string> lost_;  // the reason
+  bool session_over_ = false;        // at the engine, which said so
   bool closing_ = false;
   bool reading_ = false;
   std::thread reader_;
 };
 
-// Stands in the pool for a result that waits at the engine. `count` is that of all such.
+// Stands in the pool for a result that waits at the engine. `count` is that of all such. Belongs to
+// the thread that takes it out of the pool, as what was taken does.
 class ResultAtEngine : public SEBaseResult {
  public:
   using Count = std::shared_ptr<std::atomic<std::uint32_t>>;
@@ -135,15 +143,24 @@ class ResultAtEngine : public SEBaseResult {
       : link_(std::move(link)), result_(result), count_(std::move(count)) {
     ++*count_;
   }
-  ~ResultAtEngine() override { --*count_; }
+  ~ResultAtEngine() override { LeavePool(); }
   ResultAtEngine(const ResultAtEngine&) = delete;
   ResultAtEngine& operator=(const ResultAtEngine&) = delete;
-  std::unique_ptr<SEBaseResult> Fetch() const { return link_->Fetch(result_); }
+  // It is no longer one of those that wait, though the fetch may take long.
+  std::unique_ptr<SEBaseResult> Fetch() {
+    LeavePool();
+    return link_->Fetch(result_);
+  }
 
  private:
+  void LeavePool() {
+    if (count_) --*count_;
+    count_.reset();
+  }
+
   const std::shared_ptr<EngineLink> link_;
   const std::uint32_t result_;
-  const Count count_;
+  Count count_;  // null once it has left the pool
 };
 
 }  // namespace quarro::remote

@@ -55,19 +55,21 @@ void EngineLink::ReadEvents() {
     }
     if (session_ended_) return;
     if (status.error_code() == grpc::StatusCode::NOT_FOUND) {
-      Lose("it does not know the session any more");
+      Lose("it does not know the session any more", Session::kOver);
       return;
     }
     // A stream that breaks at the same event each time is no connection.
     if (was_connected && (BrokeOnTheWay(status) || last_sequence_ != before)) {
       until = Clock::now() + allowance;
-      service::LogEngine(service::kLogWarning,
+      // Seen by default: a console that stands still for so long says why.
+      service::LogEngine(service::kLogRefusal,
                          "the connection to the engine at " + address_ + " broke (" +
                              status.error_message() + "): it is tried again for " +
                              std::to_string(settings_.reconnect_seconds) + " s");
     }
     if (!WaitForConnection(until)) {
-      Lose("no connection for " + std::to_string(settings_.reconnect_seconds) + " s");
+      Lose("no connection for " + std::to_string(settings_.reconnect_seconds) + " s",
+           Session::kLives);
       return;
     }
     if (!Pause(kBetweenStreams)) return;
@@ -103,7 +105,7 @@ void EngineLink::Take(const v1::Event& event) {
   } else if (event.has_end()) {
     session_ended_ = true;
     // Without a reason it was this side that closed the session.
-    if (!event.end().reason().empty()) Lose(event.end().reason());
+    if (!event.end().reason().empty()) Lose(event.end().reason(), Session::kOver);
   }
 }
 
@@ -139,12 +141,13 @@ bool EngineLink::WaitForConnection(Clock::time_point until) {
   }
 }
 
-void EngineLink::Lose(const std::string& reason) {
+void EngineLink::Lose(const std::string& reason, Session session) {
   std::string text;
   {
     const std::lock_guard lock(mutex_);
     if (lost_) return;
     lost_ = "the engine at " + address_ + " is lost: " + reason;
+    session_over_ = session == Session::kOver;
     text = *lost_;
     for (grpc::ClientContext* context : active_) context->TryCancel();
   }

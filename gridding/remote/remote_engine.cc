@@ -105,13 +105,17 @@ bool RemoteEngine::SetLogLevel(std::uint32_t level) {
 
 std::unique_ptr<SEBaseResult> RemoteEngine::Take(const SEResultToken& token) {
   std::unique_ptr<SEBaseResult> result = delivery_.pool().Take(token.uid);
-  if (const auto* at_engine = dynamic_cast<const ResultAtEngine*>(result.get())) {
+  if (auto* at_engine = dynamic_cast<ResultAtEngine*>(result.get())) {
     return at_engine->Fetch();
   }
   if (auto* statistics = dynamic_cast<ResultServStats*>(result.get())) {
-    // Short results wait on this side, which the engine cannot count.
-    statistics->results_waiting +=
-        static_cast<std::uint32_t>(delivery_.pool().size()) - at_engine_->load();
+    // Short results wait on this side, which the engine cannot count. The two numbers are not of
+    // one moment.
+    const std::size_t at_engine = at_engine_->load();
+    const std::size_t waiting = delivery_.pool().size();
+    if (waiting > at_engine) {
+      statistics->results_waiting += static_cast<std::uint32_t>(waiting - at_engine);
+    }
   }
   return result;
 }

@@ -65,6 +65,10 @@ std::vector<QuarroSpec> SuperGridClient::FindEngines() {
   for (const std::string& problem : outcome.problems) {
     service::LogEngine(service::kLogWarning, problem);
   }
+  // A mistake of the parameter file, or an engine that is expected: seen by default.
+  for (const std::string& problem : outcome.listed_problems) {
+    service::LogEngine(service::kLogRefusal, problem);
+  }
   return outcome.engines;
 }
 

@@ -53,6 +53,16 @@ TEST_F(WithoutEngine, NoneIsFound) {
   EXPECT_TRUE(client_.FindEngines().empty());
 }
 
+TEST_F(WithoutEngine, ListedEnginesThatDoNotAnswerAreNamedAtALevelThatIsSeenByDefault) {
+  MParams params = Parameters();
+  params.Set("Network", "Engines", "127.0.0.1:1 no_such_host.invalid");
+  EXPECT_TRUE(SuperGridClient(params).FindEngines().empty());
+  EXPECT_THAT(log_.Text(), HasSubstr("4 no answer from 127.0.0.1:1 of Engines: is it up, and UDP "
+                                     "and TCP of that port let through?\n"));
+  EXPECT_THAT(log_.Text(), HasSubstr("4 parameter Network/Engines: the host "
+                                     "\"no_such_host.invalid\" has no IPv4 address"));
+}
+
 TEST_F(WithoutEngine, AttachingFailsNamingTheEngineAndDetachingFails) {
   const QuarroSpec spec{.protocol_version = 1,
                         .engine_version = (1U << 16U) | 1U,

@@ -6,6 +6,7 @@
 #include <set>
 #include <type_traits>
 
+#include "engine/exceptions.h"
 #include "gridding/rpc/message_forms.h"
 #include "gridding/rpc/peer.h"
 #include "gridding/rpc/protocol.h"
@@ -21,6 +22,20 @@ namespace {
 
 // How long a client that closes its session is kept waiting for the end of its work.
 constexpr std::chrono::milliseconds kLongestWait{4000};
+
+// Requests are limited by their number, so none of those that wait may be large; no file or grid
+// has a longer name.
+constexpr std::size_t kLongestFileName = 4096;
+constexpr std::size_t kLongestGridName = 255;
+
+// Throws ExSGCServerResources for a name of more bytes than it may have. The name itself is no part
+// of the reason, which is kept for requests that are sent again.
+void CheckLength(const std::string& name, const char* whose, std::size_t most) {
+  if (name.size() <= most) return;
+  throw ExSGCServerResources(std::string("the name of the ") + whose + " has " +
+                             std::to_string(name.size()) + " bytes, more than the " +
+                             std::to_string(most) + " that the engine takes");
+}
 
 }  // namespace
 
@@ -219,6 +234,7 @@ grpc::Status EngineService::ConstructGrid(Context* context, const v1::ConstructG
                                           v1::RequestReply* reply) {
   return Carry(*context, *request, *reply, RequestKind::kOpenGrid,
                [&](GridSession& session, const ResultCallback& on_done) {
+                 CheckLength(request->name(), "grid", kLongestGridName);
                  session.ConstructGrid(request->name(), request->resolution_m(),
                                        request->min_resolution_m(), on_done);
                });
@@ -228,6 +244,7 @@ grpc::Status EngineService::LoadGrid(Context* context, const v1::LoadGridRequest
                                      v1::RequestReply* reply) {
   return Carry(*context, *request, *reply, RequestKind::kOpenGrid,
                [&](GridSession& session, const ResultCallback& on_done) {
+                 CheckLength(request->name(), "grid", kLongestGridName);
                  session.LoadGrid(request->name(), on_done);
                });
 }
@@ -236,6 +253,7 @@ grpc::Status EngineService::AddLine(Context* context, const v1::AddLineRequest* 
                                     v1::RequestReply* reply) {
   return Carry(*context, *request, *reply, RequestKind::kLine,
                [&](GridSession& session, const ResultCallback& on_done) {
+                 CheckLength(request->file_name(), "survey file", kLongestFileName);
                  session.AddLine(request->file_name(), request->line_id(), request->rendezvous(),
                                  on_done);
                });

@@ -117,6 +117,37 @@ TEST_F(Limits, AResultThatFindsNoRoomInThePoolFails) {
   EXPECT_THAT(chunk.failure().reason(), HasSubstr("1 MiB together (MaxResultPoolMiB"));
 }
 
+// Of those that wait there may be many.
+TEST_F(Limits, NamesThatAreTooLongAreRefusedWithoutRepeatingThem) {
+  Start();
+  const std::string session = OpenId();
+  Construct(session, 1);
+  Completions(session, 0, 1);
+  v1::LoadGridRequest load;
+  load.set_name(std::string(256, 'g'));
+  v1::ConstructGridRequest construct;
+  construct.set_name(load.name());
+  construct.set_resolution_m(10);
+  construct.set_min_resolution_m(1);
+  for (const v1::RequestReply& reply :
+       {Ask(&v1::Engine::Stub::LoadGrid, load, session, 2),
+        Ask(&v1::Engine::Stub::ConstructGrid, construct, session, 3)}) {
+    EXPECT_EQ(reply.refused().kind(), v1::Failure::OUT_OF_ROOM);
+    EXPECT_EQ(reply.refused().reason(),
+              "the name of the grid has 256 bytes, more than the 255 that the engine takes");
+  }
+  EXPECT_EQ(Add(session, 4, std::string(4097, 'x')).refused().reason(),
+            "the name of the survey file has 4097 bytes, more than the 4096 that the engine takes");
+  EXPECT_TRUE(Add(session, 5, std::string(4096, 'x')).has_accepted());
+  load.set_name(std::string(255, 'g'));
+  EXPECT_TRUE(Ask(&v1::Engine::Stub::LoadGrid, load, session, 6).has_accepted());
+  std::vector<std::uint64_t> completed;
+  for (const v1::Event& event : Completions(session, 0, 6)) {
+    completed.push_back(event.completion().request_id());
+  }
+  EXPECT_THAT(completed, ::testing::ElementsAre(1, 5, 6));
+}
+
 TEST_F(Limits, AMessageLargerThanAllowedIsRefused) {
   Set("MaxMessageMiB", "1");
   Start();

@@ -1,5 +1,6 @@
 #include "gridding/rpc/message_forms.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "engine/exceptions.h"
@@ -106,6 +107,13 @@ v1::BoundingBox ToMessage(const SGBoundingBox& box) {
 
 SGBoundingBox FromMessage(const v1::BoundingBox& box) {
   return {box.west(), box.south(), box.east(), box.north()};
+}
+
+std::string Printable(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(),
+      [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, '?');
+  return text;
 }
 
 v1::Failure ToMessage(const std::exception_ptr& failure) {

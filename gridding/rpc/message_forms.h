@@ -13,6 +13,9 @@ namespace quarro::rpc {
 
 // Text in which bytes that are no UTF-8 are question marks: names and reasons may hold any.
 std::string Utf8(const std::string& text);
+// Text in which control characters are question marks: names come from the network, and nothing in
+// one may forge a line of the log or drive the terminal that shows it.
+std::string Printable(std::string text);
 
 v1::BoundingBox ToMessage(const SGBoundingBox& box);
 // Throws ExSGClientBase for what is no box.

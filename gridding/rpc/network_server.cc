@@ -71,6 +71,15 @@ service::EngineConfig CheckedEngine(const MParams& params) {
   return config;
 }
 
+// One may be mounted later; until then its lines are refused.
+void WarnOfMissing(const SurveyDirectories& survey_directories) {
+  for (const std::filesystem::path& directory : survey_directories.Missing()) {
+    Log(3, "the folder \"" + directory.string() +
+               "\" of parameter SurveyDirectories of section Network does not exist (yet): its "
+               "lines are found once it does");
+  }
+}
+
 // Bytes of the files under a folder; what vanishes meanwhile does not count.
 std::uint64_t BytesUnder(const std::filesystem::path& folder) {
   std::uint64_t sum = 0;
@@ -93,6 +102,7 @@ class NetworkServer::Impl {
       : settings_(CheckedSettings(params)),
         sessions_(settings_, CheckedEngine(params)),
         service_(sessions_, settings_.reconnect_seconds) {
+    WarnOfMissing(sessions_.host().survey_directories);
     Listen();
     AnswerDiscovery();
     if (!settings_.metrics_address.empty()) {

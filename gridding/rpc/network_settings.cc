@@ -48,6 +48,16 @@ class Section {
   void Read(const char* key, bool& value) const {
     value = LookupFlag(params_, kSection, key, value);
   }
+  void Read(const char* key, std::vector<HostPort>& value, std::uint16_t default_port) const {
+    for (const std::string& part : List(key)) {
+      try {
+        value.push_back(ParseHostPort(part, default_port));
+      } catch (const ExSGClientBase&) {
+        throw ExSGClientBase(std::string("parameter ") + kSection + "/" + key + " holds \"" + part +
+                             "\"; each entry must be host:port, or [host]:port for IPv6.");
+      }
+    }
+  }
   std::vector<std::string> List(const char* key) const {
     return Split(params_.Lookup(kSection, key), ",; \t\r\n");
   }
@@ -76,10 +86,8 @@ NetworkSettings ReadNetworkSettings(const MParams& params) {
   section.Read("DiscoveryPort", settings.discovery_port, 1, 65535);
   section.Read("DiscoveryWaitMs", settings.discovery_wait_ms, 1, 60'000);
   settings.discovery_addresses = section.List("DiscoveryAddresses");
-  for (const std::string& engine : section.List("Engines")) {
-    settings.engines.push_back(
-        ParseHostPort(engine, settings.port != 0 ? settings.port : NetworkSettings().port));
-  }
+  section.Read("Engines", settings.engines,
+               settings.port != 0 ? settings.port : NetworkSettings().port);
   section.Read("ReconnectSeconds", settings.reconnect_seconds, 0, 86'400);
   section.Read("DetachSeconds", settings.detach_seconds, 0, 86'400);
   section.Read("CertificateAuthority", settings.certificate_authority);

@@ -1,16 +1,23 @@
 #include "gridding/rpc/network_settings.h"
 
+#include <string>
+#include <vector>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "gridding/local/engine_test_support.h"
+#include "gridding/service/parameter_manual.h"
+#include "gridding/service/parameter_table.h"
 
 namespace quarro::rpc {
 namespace {
 
 using quarro::testing::ReasonOf;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 
 MParams With(const std::string& key, const std::string& value) {
   MParams params;
@@ -24,11 +31,78 @@ TEST(NetworkSettings, EveryKeyHasADefault) {
   EXPECT_EQ(settings.port, 47601);
   EXPECT_EQ(settings.discovery_port, 47600);
   EXPECT_EQ(settings.discovery_wait_ms, 500U);
+  EXPECT_THAT(settings.discovery_addresses, IsEmpty());
+  EXPECT_THAT(settings.engines, IsEmpty());
   EXPECT_EQ(settings.reconnect_seconds, 30U);
   EXPECT_EQ(settings.detach_seconds, 3U);
-  EXPECT_EQ(settings.survey_directories, ".");
+  EXPECT_EQ(settings.certificate_authority, "");
+  EXPECT_EQ(settings.certificate, "");
+  EXPECT_EQ(settings.private_key, "");
   EXPECT_FALSE(settings.UsesTls());
   EXPECT_FALSE(settings.allow_plain_text);
+  EXPECT_EQ(settings.survey_directories, ".");
+  EXPECT_EQ(settings.max_message_mib, 4U);
+  EXPECT_EQ(settings.max_sessions, 64U);
+  EXPECT_EQ(settings.max_queue_length, 100000U);
+  EXPECT_EQ(settings.max_waiting_results, 10000U);
+  EXPECT_EQ(settings.max_result_pool_mib, 16384U);
+  EXPECT_EQ(settings.max_discovery_requests_per_second, 50U);
+  EXPECT_EQ(settings.metrics_address, "");
+}
+
+// Every member, as the manual writes it.
+std::vector<std::string> TextsOf(const NetworkSettings& settings) {
+  std::string engines;
+  for (const HostPort& engine : settings.engines) engines += ToText(engine);
+  std::string addresses;
+  for (const std::string& address : settings.discovery_addresses) addresses += address;
+  return {settings.address,
+          std::to_string(settings.port),
+          std::to_string(settings.discovery_port),
+          std::to_string(settings.discovery_wait_ms),
+          addresses,
+          engines,
+          std::to_string(settings.reconnect_seconds),
+          std::to_string(settings.detach_seconds),
+          settings.certificate_authority,
+          settings.certificate,
+          settings.private_key,
+          settings.allow_plain_text ? "true" : "false",
+          settings.survey_directories,
+          std::to_string(settings.max_message_mib),
+          std::to_string(settings.max_sessions),
+          std::to_string(settings.max_queue_length),
+          std::to_string(settings.max_waiting_results),
+          std::to_string(settings.max_result_pool_mib),
+          std::to_string(settings.max_discovery_requests_per_second),
+          settings.metrics_address};
+}
+
+TEST(NetworkSettings, DefaultsAndTheirOrderAreThoseOfTheManual) {
+  std::vector<std::string> told;
+  for (const service::ManualRow& row : service::ReadParameterManual()) {
+    if (row.section == "Network") told.push_back(row.fallback);
+  }
+  EXPECT_EQ(told, TextsOf(ReadNetworkSettings(MParams())));
+}
+
+TEST(NetworkSettings, EveryDefaultOfTheTableIsOneThatReadingTakes) {
+  MParams params;
+  for (const service::ParameterInfo& info : service::ParameterTable()) {
+    if (std::string(info.section) == "Network") params.Set(info.section, info.key, info.fallback);
+  }
+  EXPECT_EQ(TextsOf(ReadNetworkSettings(params)), TextsOf(ReadNetworkSettings(MParams())));
+}
+
+TEST(NetworkSettings, TheManualTellsWhatIsAllowed) {
+  int told = 0;
+  for (const service::ManualRow& row : service::ReadParameterManual()) {
+    if (row.section != "Network" || row.RefusalSays().empty()) continue;
+    EXPECT_THAT(ReasonOf([&] { ReadNetworkSettings(row.With("?")); }), EndsWith(row.RefusalSays()))
+        << row.key;
+    ++told;
+  }
+  EXPECT_EQ(told, 12);  // of numbers and flags
 }
 
 TEST(NetworkSettings, ListsArePartedByBlanksCommasAndSemicolons) {
@@ -63,6 +137,12 @@ TEST(HostPorts, ReadsNamesAndAddresses) {
   }
   EXPECT_EQ(ToText({"::1", 7}), "[::1]:7");
   EXPECT_EQ(ToText({"host", 7}), "host:7");
+}
+
+TEST(NetworkSettings, AnEntryOfEnginesThatIsNoAddressIsNamedWithItsKey) {
+  EXPECT_EQ(ReasonOf([&] { ReadNetworkSettings(With("Engines", "10.0.0.1, nest:port")); }),
+            "parameter Network/Engines holds \"nest:port\"; each entry must be host:port, or "
+            "[host]:port for IPv6.");
 }
 
 TEST(HostPorts, KnowsLoopback) {

@@ -36,13 +36,6 @@ void ReplaceAll(std::string& text, const std::string& what, const std::string& b
   }
 }
 
-// Names come from the network: nothing in one may forge a line of the server's log.
-std::string Printable(std::string text) {
-  std::replace_if(
-      text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, '?');
-  return text;
-}
-
 }  // namespace
 
 Session::Session(std::uint64_t number, std::string peer, std::string identity, SessionHost& host)

@@ -97,6 +97,8 @@ class Session {
   bool WaitUntilEnded(Clock::time_point until) const;
   // True when its client has been away for longer than this; an ended session has no need of it.
   bool Abandoned(Clock::duration allowance) const;
+  // How long a client that was there and is away may still come back; none for one that is there.
+  std::optional<Clock::duration> TimeToComeBack(Clock::duration allowance) const;
 
   std::uint64_t number() const { return number_; }
   const std::string& peer() const { return peer_; }

@@ -42,6 +42,12 @@ bool Session::Abandoned(Clock::duration allowance) const {
   return !connected_ && Clock::now() - away_since_ > allowance;
 }
 
+std::optional<Session::Clock::duration> Session::TimeToComeBack(Clock::duration allowance) const {
+  const std::lock_guard lock(mutex_);
+  if (connected_ || stream_claim_ == 0) return std::nullopt;
+  return std::max(allowance - (Clock::now() - away_since_), Clock::duration::zero());
+}
+
 void Session::BeginEnd(const char* reason, bool at_once) {
   const std::lock_guard request_lock(request_mutex_);
   bool first = false;

@@ -115,10 +115,20 @@ std::vector<std::shared_ptr<Session>> SessionTable::All() const {
 std::string SessionTable::HolderOf(const std::string& grid, std::uint64_t asking) const {
   for (const auto& session : All()) {
     if (session->number() == asking || !session->HasGrid(grid)) continue;
-    return "the client at " + session->peer() +
-           (session->Ending() ? ", which is gone, while its lines are in work" : "");
+    return "the client at " + session->peer() + WhereaboutsOf(*session);
   }
   return "";
+}
+
+// What becomes of a grid whose client is not there.
+std::string SessionTable::WhereaboutsOf(const Session& session) const {
+  if (session.Ending()) return ", which is gone, while its lines are in work";
+  const auto left = session.TimeToComeBack(std::chrono::seconds(settings_.reconnect_seconds));
+  if (!left) return "";
+  const auto freed_in = std::chrono::ceil<std::chrono::seconds>(*left + kSweepInterval);
+  return ", whose connection is lost; the grid is free within " + std::to_string(freed_in.count()) +
+         " s" +
+         (session.GetLoad().run_queue_length != 0 ? ", once its lines in work are done" : "");
 }
 
 void SessionTable::EndAll(const char* reason) {

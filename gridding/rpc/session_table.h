@@ -47,6 +47,7 @@ class SessionTable {
 
  private:
   std::string HolderOf(const std::string& grid, std::uint64_t asking) const;
+  std::string WhereaboutsOf(const Session& session) const;
   void KeepHouse();
   void SweepOnce();
 

@@ -1,8 +1,10 @@
 #include "gridding/rpc/survey_directories.h"
 
 #include <algorithm>
+#include <iterator>
 #include <system_error>
 
+#include "gridding/rpc/message_forms.h"
 #include "support/exceptions.h"
 
 namespace quarro::rpc {
@@ -27,14 +29,6 @@ bool HoldsParentComponent(const fs::path& path) {
 fs::path WithoutTrailingSlash(const fs::path& path) {
   const fs::path normal = path.lexically_normal();
   return normal.has_filename() ? normal : normal.parent_path();
-}
-
-// Names come from the network: nothing in one may forge a line of the log.
-std::string Printable(std::string name) {
-  std::replace_if(
-      name.begin(), name.end(),
-      [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, '?');
-  return name;
 }
 
 [[noreturn]] void Refuse(const std::string& file_name, const std::string& reason) {
@@ -103,12 +97,26 @@ std::string SurveyDirectories::Resolve(const std::string& file_name) const {
 }
 
 std::string SurveyDirectories::Listing() const {
+  const std::vector<fs::path> missing = Missing();
   std::string listing;
   for (const fs::path& directory : directories_) {
     if (!listing.empty()) listing += ", ";
     listing.append("\"").append(directory.string()).append("\"");
+    if (std::find(missing.begin(), missing.end(), directory) != missing.end()) {
+      listing += " (no such folder)";
+    }
   }
   return listing;
+}
+
+std::vector<fs::path> SurveyDirectories::Missing() const {
+  std::vector<fs::path> missing;
+  std::copy_if(directories_.begin(), directories_.end(), std::back_inserter(missing),
+               [](const fs::path& directory) {
+                 std::error_code error;
+                 return !fs::is_directory(directory, error);
+               });
+  return missing;
 }
 
 }  // namespace quarro::rpc

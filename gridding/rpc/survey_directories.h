@@ -28,6 +28,9 @@ class SurveyDirectories {
   // read what the server's account may read.
   std::string Resolve(const std::string& file_name) const;
 
+  // Those that are no folders at the moment, as absolute paths.
+  std::vector<std::filesystem::path> Missing() const;
+
  private:
   std::string Listing() const;
 

@@ -17,7 +17,10 @@ namespace quarro::rpc {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
 
 class SurveyFiles : public ::testing::Test {
  protected:
@@ -154,15 +157,26 @@ TEST_F(SurveyFiles, EmptyNamesAndZeroBytesAreRefused) {
 }
 
 TEST_F(SurveyFiles, ANameCannotForgeALineOfTheLog) {
-  EXPECT_THAT(Refusal(Both(), "x\nline 7 completed\x1b[2J"),
-              HasSubstr("the survey file \"x?line 7 completed?[2J\" is refused"));
+  EXPECT_THAT(Refusal(Both(), "x\nline 7 completed\x1b[2J\x7f"),
+              HasSubstr("the survey file \"x?line 7 completed?[2J?\" is refused"));
 }
 
 TEST_F(SurveyFiles, ADirectoryThatAppearsLaterServesFromThen) {
   const SurveyDirectories later(At("mounted"));
-  EXPECT_THAT(Refusal(later, "e.gsf"), HasSubstr("no such file"));
+  EXPECT_THAT(later.Missing(), ElementsAre(At("mounted")));
+  EXPECT_THAT(Refusal(later, "e.gsf"), HasSubstr("no such file under the survey directories \"" +
+                                                 At("mounted") + "\" (no such folder)"));
   Write("mounted/e.gsf");
   EXPECT_EQ(later.Resolve("e.gsf"), At("mounted/e.gsf"));
+  EXPECT_THAT(later.Missing(), IsEmpty());
+  EXPECT_THAT(Refusal(later, "f.gsf"), Not(HasSubstr("no such folder")));
+}
+
+TEST_F(SurveyFiles, AFileInThePlaceOfADirectoryIsNoFolder) {
+  const SurveyDirectories both(At("north") + ";" + At("south/b.gsf"));
+  EXPECT_THAT(both.Missing(), ElementsAre(At("south/b.gsf")));
+  EXPECT_THAT(Refusal(both, "x.gsf"),
+              HasSubstr("\"" + At("north") + "\", \"" + At("south/b.gsf") + "\" (no such folder)"));
 }
 
 TEST_F(SurveyFiles, AVeryLongNameIsRefused) {

@@ -9,6 +9,7 @@ first lines that were accepted, in their order, and all that were reported. A lo
 goes unnoticed. Where network namespaces may be made, engine and client stand on machines of their own, with TLS."""
 
 import atexit
+import functools
 import os
 import pathlib
 import re
@@ -22,7 +23,7 @@ import time
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
-from programs import Machine, check, free_tcp_port, report, run_tests, wait_for
+from programs import Failed, Machine, check, free_tcp_port, report, run_tests, wait_for
 
 RECONNECT_S = 3
 # Until a loss without a sign from the other side is noticed: a ping's interval and its time to be answered.
@@ -30,25 +31,56 @@ SILENCE_S = 10
 WAKE_AFTER_END_S = RECONNECT_S + 10       # the connection breaks at once; the rest is for a busy machine
 WAKE_AFTER_SILENCE_S = SILENCE_S + RECONNECT_S + 15
 LINES = 60
+# The engine is in the middle of something once it has computed for so long; much more is asked of it.
+IN_WORK_S = 0.05
+CELL_M = 8
+LARGE_CELLS = 20e6  # of a result that takes seconds
+MOST_CELLS = 60e6   # the engine gives no more than 64 Mi at a time
 
 survey_folder = None
+survey_folders = {}
 
 
-def survey(place):
+class AnswerCameFirst(Exception):
+    """The engine was done before it was lost."""
+
+
+def survey(place, work=1):
     """A folder with the list lines.txt of LINES lines, made once for all tests."""
     global survey_folder
-    if survey_folder is None:
-        survey_folder = pathlib.Path(tempfile.mkdtemp(prefix="quarro_loss_survey_"))
-        atexit.register(shutil.rmtree, survey_folder, True)
-        done = subprocess.run([place.simulate, "--output", "made", "--lines", "4", "--line-length", "800", "--depth",
-                               "30", "--seed", "5"], cwd=survey_folder, capture_output=True, text=True, check=False)
+    if work not in survey_folders:
+        folder = survey_folders[work] = pathlib.Path(tempfile.mkdtemp(prefix="quarro_loss_survey_"))
+        atexit.register(shutil.rmtree, folder, True)
+        done = subprocess.run([place.simulate, "--output", "made", "--lines", "4", "--line-length", str(800 * work),
+                               "--depth", "30", "--seed", "5"], cwd=folder, capture_output=True, text=True, check=False)
         check(done.returncode == 0, done.stderr)
-        made = sorted((survey_folder / "made").glob("*.gsf"))
+        made = sorted((folder / "made").glob("*.gsf"))
         for number in range(LINES):
-            os.link(made[number % len(made)], survey_folder / f"line_{number:03}.gsf")
+            os.link(made[number % len(made)], folder / f"line_{number:03}.gsf")
+    survey_folder = survey_folders[work]
     names = [f"line_{number:03}.gsf" for number in range(LINES)]
     (place.folder / "lines.txt").write_text("".join(name + "\n" for name in names))
     return names
+
+
+def large_box(work):
+    """Around the survey, whose lines lie near (562300, 6206500). Cells without data take time like others."""
+    half = int(min(LARGE_CELLS * work, MOST_CELLS) ** 0.5) * CELL_M // 2
+    return f"{562304 - half} {6206496 - half} {562304 + half} {6206496 + half}"
+
+
+def lost_in_time(attempt):
+    """The test: again with more work where a fast machine is done before the loss."""
+    @functools.wraps(attempt)
+    def test(place, *stage):
+        for work in (1, 2, 4):
+            try:
+                return attempt(place, *stage, work)
+            except AnswerCameFirst:
+                print(f"  the engine was done before it was lost, with {work} times the work", flush=True)
+                place.clear()
+        raise Failed("the engine was always done before it was lost")
+    return test
 
 
 def network_keys(**more):
@@ -83,35 +115,49 @@ def check_prefix(place, accepted, reported, grid="bay"):
     return len(held)
 
 
-def stop_at(place, console, stage):
-    """Brings the work to a stage at which the console waits for the engine. Gives the pattern of its complaint."""
-    messages = place.folder / "messages.txt"
+class Waiting:
+    """A console that waits for an answer of the engine, which is going to be lost."""
+
+    def __init__(self, console, complaint, answer):
+        self.console, self.complaint, self.answer = console, complaint, answer
+
+    def until_in_work(self, server, computed_before_s):
+        wait_for(lambda: server.computed_s() > computed_before_s + IN_WORK_S or self.console.has(self.answer), 60,
+                 "the work")
+
+    def expect_complaint(self, limit_s):
+        found = self.console.expect(f"{self.complaint}|{self.answer}", limit_s)
+        if found.group() == self.answer:
+            raise AnswerCameFirst
+
+
+def stop_at(place, server, console, stage, work=1):
+    """Brings the work to a stage at which the console waits for the engine."""
+    for_synch = ("failed to synchronise grid on server", "grid synchronised OK")
+    console.do(f"commit 1 {LINES}", f"{LINES} lines committed")
     if stage == "commit":
-        console.do(f"commit 1 {LINES}", f"{LINES} lines committed")
         console.do("synch", "sending grid synch command")
         wait_for(lambda: len(Outcome(place.folder).completed) >= 5, 60, "the fifth line")
-        return "failed to synchronise grid on server"
-    console.do(f"commit 1 {LINES}", f"{LINES} lines committed")
+        return Waiting(console, *for_synch)
     console.do("synch", "grid synchronised OK", 120)
+    computed_s = server.computed_s()
     if stage == "refine":
         console.do("refine", "sending refine grid command")
-        time.sleep(0.1)
-        return "failed to refine grid on server"
-    if stage == "get":
-        console.do("refine", "grid refined OK", 120)
-        console.do("set bbox current", "set bounding box")
-        console.do("get hypotheses full hypotheses.txt", "committed|commited to server")
+        waiting = Waiting(console, "failed to refine grid on server", "grid refined OK")
+    else:
+        check(stage == "get", stage)
+        console.do(f"get depth low {large_box(work)} depth.txt", "commited to server")
         console.do("synch", "sending grid synch command")
-        return "failed to synchronise grid on server"
-    check(stage == "idle" and messages.exists(), stage)
-    return None
+        waiting = Waiting(console, *for_synch)
+    waiting.until_in_work(server, computed_s)
+    return waiting
 
 
 def begin(place, **how):
     console = place.start_client(options=("-a", "messages.txt"), **how)
     console.attach()
     console.do("filelist lines.txt", f"loaded {LINES} filenames")
-    console.do("grid bay 8 0.5", "grid construction complete")
+    console.do(f"grid bay {CELL_M} 0.5", "grid construction complete")
     return console
 
 
@@ -135,25 +181,29 @@ def everything_is_accounted_for(place):
           f"completed {outcome.completed}, failed {outcome.failed} of {LINES} lines")
 
 
-def server_dies(place, stage):
-    accepted = survey(place)
+def is_back(place, console, accepted):
+    """The engine is started again. Gives the numbers of lines reported before and held."""
+    console.is_usable()
+    everything_is_accounted_for(place)
+    reported = len(Outcome(place.folder).completed)
+    with place.start_server() as again:
+        held = come_back(place, console, accepted)
+        again.end()
+    return reported, held
+
+
+@lost_in_time
+def server_dies(place, stage, work):
+    accepted = survey(place, work)
     (place.folder / "grids").mkdir()
     place.write_parameters(network_keys(Port=free_tcp_port()), ENGINE)
     with place.start_server() as server, begin(place) as console:
-        complaint = stop_at(place, console, stage)
+        waiting = stop_at(place, server, console, stage, work)
         server.kill()
         lost = time.monotonic()
-        if complaint is None:
-            console.do("synch", "failed to synchronise grid on server", WAKE_AFTER_END_S)
-        else:
-            console.expect(complaint, WAKE_AFTER_END_S)
+        waiting.expect_complaint(WAKE_AFTER_END_S)
         woke = time.monotonic() - lost
-        console.is_usable()
-        everything_is_accounted_for(place)
-        reported = len(Outcome(place.folder).completed)
-        with place.start_server() as again:
-            held = come_back(place, console, accepted)
-            again.end()
+        reported, held = is_back(place, console, accepted)
         report(f"killed during {stage}: console woke after {woke:.1f} s; {reported} of {LINES} lines reported, "
               f"the grid holds {held}")
 
@@ -171,19 +221,29 @@ def killed_during_get(place):
 
 
 def killed_while_idle(place):
-    server_dies(place, "idle")
-
-
-def stopped_for_long(place, stage):
-    """A server that neither answers nor ends."""
+    """The next command tells."""
     accepted = survey(place)
+    (place.folder / "grids").mkdir()
+    place.write_parameters(network_keys(Port=free_tcp_port()), ENGINE)
+    with place.start_server() as server, begin(place) as console:
+        console.do(f"commit 1 {LINES}", f"{LINES} lines committed")
+        console.do("synch", "grid synchronised OK", 120)
+        server.kill()
+        console.do("synch", "failed to synchronise grid on server", WAKE_AFTER_END_S)
+        is_back(place, console, accepted)
+
+
+@lost_in_time
+def stopped_for_long(place, stage, work):
+    """A server that neither answers nor ends."""
+    accepted = survey(place, work)
     (place.folder / "grids").mkdir()
     place.write_parameters(network_keys(), ENGINE)
     with place.start_server() as server, begin(place) as console:
-        complaint = stop_at(place, console, stage)
+        waiting = stop_at(place, server, console, stage, work)
         server.signal(signal.SIGSTOP)
         lost = time.monotonic()
-        console.expect(complaint, WAKE_AFTER_SILENCE_S)
+        waiting.expect_complaint(WAKE_AFTER_SILENCE_S)
         woke = time.monotonic() - lost
         console.is_usable()
         everything_is_accounted_for(place)
@@ -216,7 +276,7 @@ def stopped_for_a_moment_goes_unnoticed(place):
     (place.folder / "grids").mkdir()
     place.write_parameters(network_keys(), ENGINE)
     with place.start_server() as server, begin(place) as console:
-        stop_at(place, console, "commit")
+        stop_at(place, server, console, "commit")
         server.signal(signal.SIGSTOP)
         time.sleep(2)
         server.signal(signal.SIGCONT)
@@ -230,7 +290,7 @@ def stopped_for_a_moment_goes_unnoticed(place):
 class TwoMachines:
     """The engine and the client on machines of their own, with a cable between them and TLS over it."""
 
-    def __init__(self, place, reconnect_s=RECONNECT_S):
+    def __init__(self, place, reconnect_s=RECONNECT_S, work=1):
         self.machines = []
         self.place = place
         try:
@@ -240,7 +300,7 @@ class TwoMachines:
         except (OSError, PermissionError) as reason:
             self.__exit__()
             raise PermissionError(f"network namespaces cannot be made here: {reason}") from None
-        self.accepted = survey(place)
+        self.accepted = survey(place, work)
         (place.folder / "grids").mkdir()
         made = subprocess.run([f"{place.source}/script/certificates", "--folder", "certificates"], cwd=place.folder,
                               capture_output=True, text=True, check=False)
@@ -279,12 +339,13 @@ class TwoMachines:
                 machine.run(f"iptables-legacy -A INPUT -i cable -m statistic --mode random --probability {share} -j DROP")
 
 
-def pulled_for_long(place, stage, pull, mend):
-    with TwoMachines(place) as two, two.server() as server, two.console() as console:
-        complaint = stop_at(place, console, stage)
+@lost_in_time
+def pulled_for_long(place, stage, pull, mend, work):
+    with TwoMachines(place, work=work) as two, two.server() as server, two.console() as console:
+        waiting = stop_at(place, server, console, stage, work)
         pull(two)
         lost = time.monotonic()
-        console.expect(complaint, WAKE_AFTER_SILENCE_S)
+        waiting.expect_complaint(WAKE_AFTER_SILENCE_S)
         woke = time.monotonic() - lost
         console.is_usable()
         everything_is_accounted_for(place)
@@ -325,7 +386,7 @@ def packets_dropped_during_refine(place):
 
 def cable_pulled_for_a_moment_goes_unnoticed(place):
     with TwoMachines(place, reconnect_s=30) as two, two.server() as server, two.console() as console:
-        stop_at(place, console, "commit")
+        stop_at(place, server, console, "commit")
         for _ in range(2):
             unplug(two)
             time.sleep(3)
@@ -341,7 +402,7 @@ def cable_pulled_for_a_moment_goes_unnoticed(place):
 def silence_past_the_pings_is_bridged(place):
     """The connection is given up and made anew; the session goes on, and nothing comes twice."""
     with TwoMachines(place, reconnect_s=60) as two, two.server() as server, two.console() as console:
-        stop_at(place, console, "commit")
+        stop_at(place, server, console, "commit")
         two.drop(1)
         time.sleep(SILENCE_S + 5)
         two.drop(0)

@@ -197,6 +197,11 @@ class Server(Program):
                 return int(line.split()[1])
         raise Failed(f"no {field} of the server")
 
+    def computed_s(self):
+        """The processor time that it has taken."""
+        fields = pathlib.Path(f"/proc/{self.pid()}/stat").read_text().rpartition(")")[2].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
 
 class Console(Program):
     """Quarro_Client driven through its standard input, as a person would who waits for each answer.
@@ -217,6 +222,10 @@ class Console(Program):
         """Waits for a message after those expected before."""
         found, self._next = self.err.expect(pattern, limit_s, self._next)
         return found
+
+    def has(self, text):
+        """Whether there is such a message after those expected before."""
+        return any(text in line for line in self.err.text().splitlines()[self._next:])
 
     def do(self, command, pattern, limit_s=60.0):
         """Types a command and waits for the message that ends it."""
@@ -282,6 +291,11 @@ class Place:
 
     def __exit__(self, *_):
         shutil.rmtree(self.folder, ignore_errors=True)
+
+    def clear(self):
+        """As it was when it was made."""
+        shutil.rmtree(self.folder)
+        self.folder.mkdir()
 
     def write_parameters(self, network=None, engine=None, path=None):
         """The parameter file of servers and clients of this test; given keys go before."""

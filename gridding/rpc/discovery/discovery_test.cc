@@ -192,8 +192,31 @@ TEST(Discovery, AListedEngineThatIsDownDoesNotHideTheOthers) {
                       {"127.0.0.1", static_cast<std::uint16_t>(engine.port)}};
   const DiscoveryOutcome outcome = FindEngines(settings);
   EXPECT_THAT(outcome.engines, ElementsAre(At(engine, kLoopback)));
-  EXPECT_THAT(outcome.problems,
-              ElementsAre(HasSubstr("the host \"no_such_host.invalid\" has no IPv4 address")));
+  EXPECT_THAT(outcome.listed_problems,
+              ElementsAre("no answer from 127.0.0.1:" + std::to_string(settings.engines[0].port) +
+                              " of Engines: is it up, and UDP and TCP of that port let through?",
+                          HasSubstr("parameter Network/Engines: the host \"no_such_host.invalid\" "
+                                    "has no IPv4 address")));
+  EXPECT_THAT(outcome.problems, IsEmpty());
+}
+
+TEST(Discovery, AnEngineThatIsListedUnderTwoNamesAndAnswersIsNotMissed) {
+  const QuarroSpec engine = Engine(FreePort());
+  // It answers from 127.0.0.1, whichever address of the machine it was asked at.
+  const DiscoveryResponder responder("0.0.0.0", 0, engine, kMany);
+  const auto port = static_cast<std::uint16_t>(engine.port);
+  DiscoverySettings settings = Ask(FreePort());
+  settings.engines = {{"localhost", port}, {"127.0.0.1", port}, {"127.0.0.9", port}};
+  const DiscoveryOutcome outcome = FindEngines(settings);
+  EXPECT_THAT(outcome.engines, ElementsAre(At(engine, kLoopback)));
+  EXPECT_THAT(outcome.listed_problems, IsEmpty());
+}
+
+TEST(Discovery, AListedAddressThatHasNoHostIsNamedWithItsKey) {
+  DiscoverySettings settings = Ask(FreePort());
+  settings.addresses = {"no_such_host.invalid"};
+  EXPECT_THAT(FindEngines(settings).listed_problems,
+              ElementsAre(HasSubstr("parameter Network/DiscoveryAddresses: the host ")));
 }
 
 TEST(Discovery, AnEngineThatIsGoneIsNotFound) {

@@ -59,7 +59,10 @@ class Search {
       if (!error) Send();
     });
     context_.run_for(settings_.wait);
-    return {Engines(), {problems_.begin(), problems_.end()}};
+    NameThoseWithoutAnswer();
+    return {Engines(),
+            {problems_.begin(), problems_.end()},
+            {listed_problems_.begin(), listed_problems_.end()}};
   }
 
  private:
@@ -69,6 +72,9 @@ class Search {
     udp::socket socket;
     boost::asio::steady_timer pause;
     std::vector<udp::endpoint> targets;
+    bool is_listed = false;
+    std::string engine;  // the listed one that is asked from here; empty: several places
+    bool answered = false;
     udp::endpoint sender;
     // One byte more than a reply has, so that a longer datagram is told from a reply.
     std::array<std::uint8_t, kDiscoveryPacketBytes + 1> bytes{};
@@ -99,20 +105,44 @@ class Search {
   }
 
   void AskListed() {
-    if (settings_.addresses.empty() && settings_.engines.empty()) return;
-    Socket* socket = Open(address_v4::any(), "at listed addresses");
-    if (socket == nullptr) return;
-    for (const std::string& address : settings_.addresses) {
-      AddTarget(*socket, {address, settings_.port});
+    if (!settings_.addresses.empty()) {
+      Socket* socket = OpenListed();
+      for (const std::string& address : settings_.addresses) {
+        AddTarget(socket, {address, settings_.port}, "DiscoveryAddresses");
+      }
     }
-    for (const HostPort& engine : settings_.engines) AddTarget(*socket, engine);
+    // Each from a socket of its own, which tells who answered: a machine of several addresses may
+    // answer from another than it was asked at.
+    for (const HostPort& engine : settings_.engines) {
+      Socket* socket = OpenListed();
+      if (AddTarget(socket, engine, "Engines")) {
+        socket->engine = engine.host + ':' + std::to_string(engine.port);
+      }
+    }
   }
 
-  void AddTarget(Socket& socket, const HostPort& place) {
+  Socket* OpenListed() {
+    Socket* socket = Open(address_v4::any(), "at listed addresses");
+    if (socket != nullptr) socket->is_listed = true;
+    return socket;
+  }
+
+  bool AddTarget(Socket* socket, const HostPort& place, const char* key) {
+    if (socket == nullptr) return false;
     try {
-      socket.targets.emplace_back(ResolveIpv4(place.host), place.port);
+      socket->targets.emplace_back(ResolveIpv4(place.host), place.port);
+      return true;
     } catch (const ExSGClientBase& failure) {
-      problems_.insert(failure.what());
+      listed_problems_.insert(std::string("parameter Network/") + key + ": " + failure.what());
+      return false;
+    }
+  }
+
+  void NameThoseWithoutAnswer() {
+    for (const Socket& socket : sockets_) {
+      if (socket.engine.empty() || socket.answered) continue;
+      listed_problems_.insert("no answer from " + socket.engine +
+                              " of Engines: is it up, and UDP and TCP of that port let through?");
     }
   }
 
@@ -127,8 +157,9 @@ class Search {
           socket.socket.send_to(boost::asio::buffer(request), target, 0, error);
         }
         if (error) {
-          problems_.insert("cannot ask for engines at " + target.address().to_string() + ":" +
-                           std::to_string(target.port()) + ": " + error.message());
+          (socket.is_listed ? listed_problems_ : problems_)
+              .insert("cannot ask for engines at " + target.address().to_string() + ":" +
+                      std::to_string(target.port()) + ": " + error.message());
         }
       }
     }
@@ -139,7 +170,7 @@ class Search {
         boost::asio::buffer(socket.bytes), socket.sender,
         [this, &socket](const error_code& error, std::size_t size) {
           if (!error) {
-            Take(std::span(socket.bytes).first(size), socket.sender);
+            if (Take(std::span(socket.bytes).first(size), socket.sender)) socket.answered = true;
             Receive(socket);
             return;
           }
@@ -148,9 +179,10 @@ class Search {
         });
   }
 
-  void Take(std::span<const std::uint8_t> bytes, const udp::endpoint& sender) {
+  // False for what is no reply to this discovery.
+  bool Take(std::span<const std::uint8_t> bytes, const udp::endpoint& sender) {
     const auto reply = ParseReply(bytes);
-    if (!reply || reply->nonce != nonce_) return;
+    if (!reply || reply->nonce != nonce_) return false;
     QuarroSpec engine = reply->engine;
     engine.ipv4_address = sender.address().to_v4().to_uint();
     const auto known = by_instance_.find(reply->instance);
@@ -159,6 +191,7 @@ class Search {
     } else if (IsBetterWay(engine, known->second)) {
       known->second = engine;
     }
+    return true;
   }
 
   std::vector<QuarroSpec> Engines() const {
@@ -177,6 +210,7 @@ class Search {
   std::list<Socket> sockets_;
   std::map<std::uint64_t, QuarroSpec> by_instance_;
   std::set<std::string> problems_;
+  std::set<std::string> listed_problems_;
 };
 
 }  // namespace

@@ -22,7 +22,9 @@ struct DiscoverySettings {
 
 struct DiscoveryOutcome {
   std::vector<QuarroSpec> engines;
-  std::vector<std::string> problems;  // what could not be asked, and why; for the log
+  // For the log: what could not be asked, and why.
+  std::vector<std::string> problems;         // of this machine's interfaces
+  std::vector<std::string> listed_problems;  // of what was listed; also each engine without answer
 };
 
 // Asks for engines and gathers what comes in within `wait`. The request is sent at once and again
