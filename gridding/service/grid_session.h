@@ -102,8 +102,8 @@ class GridSession {
   void ReplaceCurrent(const OpenGridJob& job);
   Finished RunLine(const std::shared_ptr<LineJob>& job, const CancelFlag& cancelled);
   void Ingest(LineJob& job, const CancelFlag& cancelled, ResultLineAdded& result);
-  void StartFeed(LineJob& job);
-  void StartFeedAhead(LineJob& job);
+  void StartFeed(LineJob& job, int utm_zone);
+  void StartFeedAhead(LineJob& job, int utm_zone);
   void EndGridChange(std::uint64_t sequence);
   void Synchronise();
   OpenGrid& GridForWork();

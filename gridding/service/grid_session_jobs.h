@@ -15,8 +15,9 @@ struct GridSession::LineJob {
   std::string file_name;
   std::uint32_t line_id = 0;
   bool rendezvous = false;
-  std::unique_ptr<LineFeed>
-      feed;  // of the grid thread; reads ahead while the line before is in work
+  // Of the grid thread; reads ahead while the line before is in work.
+  std::unique_ptr<LineFeed> feed;
+  int feed_zone = 0;              // for which it was begun
   std::shared_ptr<LineJob> next;  // the line submitted directly after this one
 };
 

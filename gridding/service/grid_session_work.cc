@@ -189,19 +189,22 @@ Finished GridSession::RunLine(const std::shared_ptr<LineJob>& job, const CancelF
 void GridSession::Ingest(LineJob& job, const CancelFlag& cancelled, ResultLineAdded& result) {
   ThrowIfCancelled(cancelled);
   OpenGrid& grid = GridForWork();
-  StartFeed(job);
+  StartFeed(job, ZoneForLines(grid, config_));
   std::shared_ptr<LineJob> next;
   {
     const std::lock_guard lock(mutex_);
     next = std::move(job.next);
   }
-  // The line that follows is read ahead while this one is in work, unless this one may decide the
-  // zone.
-  if (next && ZoneForLines(grid, config_) != 0) StartFeedAhead(*next);
+  // The line that follows is read ahead while this one is in work, as soon as it is known in which
+  // zone. Should this one fail after all, it is read again.
+  const auto read_ahead = [&](int utm_zone) {
+    if (next && utm_zone != 0) StartFeedAhead(*next, utm_zone);
+  };
+  read_ahead(ZoneForLines(grid, config_));
   LogEngine(kLogStep,
             "line " + std::to_string(job.line_id) + " " + Quoted(job.file_name) + " begins");
   const survey::BeamAccount account =
-      IngestLine(grid, config_, traces_.List(), job.file_name, *job.feed, cancelled);
+      IngestLine(grid, config_, traces_.List(), job.file_name, *job.feed, cancelled, read_ahead);
   result.pings = Capped(account.pings);
   result.soundings_per_ping = account.soundings_per_ping;
   result.rejected_by_flag = Capped(account.flagged);
@@ -216,17 +219,17 @@ void GridSession::Ingest(LineJob& job, const CancelFlag& cancelled, ResultLineAd
   LogEngine(all_refused ? kLogRefusal : kLogAccount, line + AccountText(account));
 }
 
-void GridSession::StartFeed(LineJob& job) {
-  if (job.feed) return;
+void GridSession::StartFeed(LineJob& job, int utm_zone) {
+  if (job.feed && job.feed_zone == utm_zone) return;
   const OpenGrid& grid = GridForWork();
   const std::string path = config_.find_line ? config_.find_line(job.file_name) : job.file_name;
-  job.feed = std::make_unique<LineFeed>(path, grid.lattice, ZoneForLines(grid, config_),
-                                        config_.uncertainty);
+  job.feed = std::make_unique<LineFeed>(path, grid.lattice, utm_zone, config_.uncertainty);
+  job.feed_zone = utm_zone;
 }
 
-void GridSession::StartFeedAhead(LineJob& job) {
+void GridSession::StartFeedAhead(LineJob& job, int utm_zone) {
   try {
-    StartFeed(job);
+    StartFeed(job, utm_zone);
   } catch (const ExSGClientBase&) {
     // A file that is not to be read is told of when its line's turn has come.
   }

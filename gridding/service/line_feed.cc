@@ -61,6 +61,11 @@ bool LineFeed::Next(core::BinnedChunk& chunk) {
   return true;
 }
 
+int LineFeed::ZoneSoFar() {
+  const std::lock_guard lock(mutex_);
+  return zone_so_far_;
+}
+
 void LineFeed::Run() {
   std::optional<Failure> failure;
   try {
@@ -146,6 +151,7 @@ void LineFeed::Hand(core::BinnedChunk chunk) {
   {
     const std::lock_guard lock(mutex_);
     ready_.push_back(std::move(chunk));
+    zone_so_far_ = summary_.utm_zone;
   }
   changed_.notify_all();
 }

@@ -47,6 +47,9 @@ class LineFeed {
   // of the end when the file has changed since its digest was begun.
   bool Next(core::BinnedChunk& chunk);
 
+  // In which the soundings that Next gave were placed; 0 as long as none has a zone.
+  int ZoneSoFar();
+
   // Valid after Next gave false. `used` is left to the caller; soundings too uncertain for their
   // cell are among the refused, so that read = flagged + refused + offered.
   struct Summary {
@@ -78,6 +81,7 @@ class LineFeed {
   FileIdentity identity_;
   std::deque<core::BinnedChunk> ready_;
   std::vector<core::BinnedChunk> spare_;  // their memory is used again
+  int zone_so_far_ = 0;
   bool ended_ = false;
   std::optional<Failure> failure_;
   bool stop_ = false;

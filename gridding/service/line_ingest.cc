@@ -30,7 +30,8 @@ int ZoneForLines(const OpenGrid& grid, const EngineConfig& config) {
 
 survey::BeamAccount IngestLine(OpenGrid& grid, const EngineConfig& config, const TraceList& traces,
                                const std::string& file_name, LineFeed& feed,
-                               const CancelFlag& cancelled) {
+                               const CancelFlag& cancelled,
+                               const std::function<void(int utm_zone)>& zone_seen) {
   ThrowIfCancelled(cancelled);
   const LineFeed::FileIdentity identity = feed.Identity(cancelled);
   if (!config.allow_duplicate_lines) RefuseDuplicate(grid, identity);
@@ -42,6 +43,7 @@ survey::BeamAccount IngestLine(OpenGrid& grid, const EngineConfig& config, const
   core::BinnedChunk chunk;
   while (feed.Next(chunk)) {
     ThrowIfCancelled(cancelled);
+    zone_seen(feed.ZoneSoFar());
     cells.Add(chunk);
   }
   cells.Finish();

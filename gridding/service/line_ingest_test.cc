@@ -96,7 +96,7 @@ class LineIngest : public ::testing::Test {
   }
   survey::BeamAccount Ingest(const std::string& path) {
     LineFeed feed(path, grid_->lattice, ZoneForLines(*grid_, config_), config_.uncertainty);
-    return IngestLine(*grid_, config_, {}, path, feed, not_cancelled_);
+    return IngestLine(*grid_, config_, {}, path, feed, not_cancelled_, [](int) {});
   }
   std::string StoredZone() { return grid_->store->TakeSnapshot()->Setting(kZoneSetting); }
 
@@ -159,7 +159,8 @@ TEST_F(LineIngest, AFileChangedWhileItIsReadLeavesTheGridAsItWasAndMayBeSubmitte
     // The feed waits for chunks to be taken, with most of the file before it.
     std::ofstream(path, std::ios::binary | std::ios::app) << "4 5 6\n";
     EXPECT_EQ(
-        testing::ReasonOf([&] { IngestLine(*grid_, config_, {}, path, feed, not_cancelled_); }),
+        testing::ReasonOf(
+            [&] { IngestLine(*grid_, config_, {}, path, feed, not_cancelled_, [](int) {}); }),
         "\"" + path + "\" was changed while it was read: submit it again when it is complete");
   }
   const store::Totals totals = grid_->store->TakeSnapshot()->GetTotals();
