@@ -165,7 +165,7 @@ def an_engine_of_another_authority_is_refused_by_the_client(place):
 
 def an_engine_whose_certificate_ends_while_it_runs_is_refused_by_the_client(place):
     certificates(place, "ours")
-    end = time.time() + 6
+    end = time.time() + 12
     expire(place, "ours", "server", time.strftime("%Y%m%d%H%M%SZ", time.gmtime(end)))
     with place.start_server(parameters(place, "server", identity("ours", "server"))) as server:
         client = parameters(place, "client", identity("ours", "client"))
@@ -177,7 +177,7 @@ def an_engine_whose_certificate_ends_while_it_runs_is_refused_by_the_client(plac
 
 def a_running_engine_takes_a_renewed_certificate(place):
     certificates(place, "ours")
-    end = time.time() + 8
+    end = time.time() + 12
     expire(place, "ours", "server", time.strftime("%Y%m%d%H%M%SZ", time.gmtime(end)))
     with place.start_server(parameters(place, "server", identity("ours", "server"))) as server:
         text = certificates(place, "ours")
