@@ -147,7 +147,8 @@ TEST_F(Lines, TheZoneComesFromTheFirstGeographicLineAndStays) {
   EXPECT_THAT(Query(client_, 1), ::testing::Contains("projection: set projection utm 20"));
 }
 
-// Of the first line every sounding is too uncertain, which is known when the second is read already.
+// Of the first line every sounding is too uncertain, which is known when the second is read
+// already.
 TEST_F(Lines, ALineReadAheadForAZoneThatIsNotSettledIsPlacedInItsOwn) {
   std::ofstream(directory_ / "a.llz") << "-64.59 17.84 15 0.1 500\n";
   std::ofstream(directory_ / "b.llz") << "-70.5 42.0 15 0.1 0.1\n";

@@ -1,7 +1,7 @@
 // A session's connection to its client, and its end.
-#include "gridding/rpc/session.h"
-
 #include <algorithm>
+
+#include "gridding/rpc/session.h"
 
 namespace quarro::rpc {
 

@@ -26,7 +26,8 @@ struct EngineConfig {
   // ExSGClientBase for a file that is not to be read. Called on the grid thread. Empty: the name.
   std::function<std::string(const std::string& file_name)> find_line;
 
-  // Which other client of this process has the grid open, empty for none. Called on the grid thread.
+  // Which other client of this process has the grid open, empty for none. Called on the grid
+  // thread.
   std::function<std::string(const std::string& grid_name)> holder_of;
 
   // Results larger than this are kept in a file in the working directory.

@@ -23,8 +23,8 @@ namespace quarro::service {
 
 namespace {
 
-// Of refinements that wait for the choice; more go to a file, whose pages the system keeps in memory
-// as long as nobody else wants it, so that it costs no time.
+// Of refinements that wait for the choice; more go to a file, whose pages the system keeps in
+// memory as long as nobody else wants it, so that it costs no time.
 constexpr std::uint64_t kMostWaitingBytes = std::uint64_t{32} << 20U;
 
 using Block = std::pair<core::CellIndex, std::uint64_t>;  // and its mask
