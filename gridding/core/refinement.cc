@@ -134,20 +134,20 @@ void CellRefiner::FillBuckets() {
 void CellRefiner::FindCaptures() {
   const double reach_m = settings_.estimator.capture_radius * spacing_m_;
   const double reach_squared = reach_m * reach_m;
-  const auto is_node = [this](std::uint32_t along) { return along < side_; };
+  const auto is_node = [this](std::int32_t along) {
+    return static_cast<std::uint32_t>(along) < side_;  // negative ones become great numbers
+  };
   std::size_t found = 0;
   for (std::size_t place = 0; place < placed_.size(); ++place) {
     if (candidates_.size() < found + 4) candidates_.resize(2 * (found + 4));
     const Placed& placed = placed_[place];
-    // Buckets begin one before the nodes; what lies before the first node wraps around, and is
-    // none.
-    const std::uint32_t own_row = placed.row - 1;
-    const std::uint32_t own_column = placed.column - 1;
+    // Buckets begin one before the nodes.
+    const auto own_row = static_cast<std::int32_t>(placed.row) - 1;
+    const auto own_column = static_cast<std::int32_t>(placed.column) - 1;
     const double from_own_north_m = placed.sounding.north_m - NodeOffset(own_row);
     const double from_own_east_m = placed.sounding.east_m - NodeOffset(own_column);
-    const std::uint32_t rows[] = {own_row, from_own_north_m < 0.0 ? own_row - 1 : own_row + 1};
-    const std::uint32_t columns[] = {own_column,
-                                     from_own_east_m < 0.0 ? own_column - 1 : own_column + 1};
+    const std::int32_t rows[] = {own_row, own_row + (from_own_north_m < 0.0 ? -1 : 1)};
+    const std::int32_t columns[] = {own_column, own_column + (from_own_east_m < 0.0 ? -1 : 1)};
     const double north_m[] = {from_own_north_m, spacing_m_ - std::abs(from_own_north_m)};
     const double east_m[] = {from_own_east_m, spacing_m_ - std::abs(from_own_east_m)};
     for (int corner = 0; corner < 4; ++corner) {
@@ -158,16 +158,16 @@ void CellRefiner::FindCaptures() {
       const int reached = static_cast<int>(distance_squared <= reach_squared) &
                           static_cast<int>(is_node(rows[to_row])) &
                           static_cast<int>(is_node(columns[to_column]));
-      candidates_[found] = {rows[to_row] * side_ + columns[to_column],
-                            static_cast<std::uint32_t>(place)};
+      const std::uint32_t node = static_cast<std::uint32_t>(rows[to_row]) * side_ +
+                                 static_cast<std::uint32_t>(columns[to_column]);
+      candidates_[found] = {node, static_cast<std::uint32_t>(place)};
       found += static_cast<std::size_t>(reached);
     }
   }
-  HandOver(std::span(candidates_).first(found));
+  SortByNode(std::span(candidates_).first(found));
 }
 
-// Sorts captures by node.
-void CellRefiner::HandOver(std::span<const Capture> captures) {
+void CellRefiner::SortByNode(std::span<const Capture> captures) {
   capture_starts_.assign(trends_.size() + 1, 0);
   for (const Capture& capture : captures) ++capture_starts_[capture.node + 1];
   for (std::size_t i = 0; i < trends_.size(); ++i) capture_starts_[i + 1] += capture_starts_[i];
@@ -178,8 +178,8 @@ void CellRefiner::HandOver(std::span<const Capture> captures) {
 
 // The soundings of one node, as it sees them. Valid until the next call.
 std::span<const NodeSounding> CellRefiner::CapturedBy(std::size_t node) {
-  const auto east_m = static_cast<float>(NodeOffset(static_cast<std::uint32_t>(node % side_)));
-  const auto north_m = static_cast<float>(NodeOffset(static_cast<std::uint32_t>(node / side_)));
+  const auto east_m = static_cast<float>(NodeOffset(static_cast<std::int32_t>(node % side_)));
+  const auto north_m = static_cast<float>(NodeOffset(static_cast<std::int32_t>(node / side_)));
   captured_.clear();
   for (std::uint32_t i = capture_starts_[node]; i < capture_starts_[node + 1]; ++i) {
     captured_.push_back(placed_[captures_[i]].sounding);
@@ -189,11 +189,9 @@ std::span<const NodeSounding> CellRefiner::CapturedBy(std::size_t node) {
   return captured_;
 }
 
-// Of a column's or row's nodes from the cell's node; the one before the first is the greatest
-// number.
-double CellRefiner::NodeOffset(std::uint32_t index) const {
-  return (static_cast<double>(static_cast<std::int32_t>(index)) + 0.5) * spacing_m_ -
-         0.5 * settings_.resolution_m;
+// Of a column's or row's nodes from the cell's node.
+double CellRefiner::NodeOffset(std::int32_t index) const {
+  return (static_cast<double>(index) + 0.5) * spacing_m_ - 0.5 * settings_.resolution_m;
 }
 
 std::span<const NodeSounding> CellRefiner::Bucket(std::size_t bucket) const {

@@ -81,9 +81,9 @@ class CellRefiner {
   void EstimateNode(std::span<const NodeSounding> captured, const NodeSurroundings& surroundings,
                     EstimatorTrace* trace);
   void FindCaptures();
-  void HandOver(std::span<const Capture> captures);
+  void SortByNode(std::span<const Capture> captures);
   std::span<const NodeSounding> CapturedBy(std::size_t node);
-  double NodeOffset(std::uint32_t index) const;
+  double NodeOffset(std::int32_t index) const;
   std::span<const NodeSounding> Bucket(std::size_t bucket) const;
 
   GridSettings settings_;

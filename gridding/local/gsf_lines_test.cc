@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "gridding/local/engine_test_support.h"
-#include "gridding/survey/gsf_writer.h"
+#include "gridding/survey/test_pings.h"
 
 namespace quarro::testing {
 namespace {
@@ -33,26 +33,14 @@ struct Track {
 
 // Adds the pings of `track` to `writer`.
 void WriteTrack(survey::GsfWriter& writer, const Track& track) {
-  const std::vector<float> depth_m(kBeams, track.depth_m);
-  const std::vector<float> along_m(kBeams, 0.0F);
-  std::vector<float> across_m(kBeams);
-  for (std::size_t i = 0; i < kBeams; ++i) across_m[i] = static_cast<float>(i) - 20.0F;
-  const std::vector<float> vertical_error_m(kBeams, 0.2F);
-  const std::vector<float> horizontal_error_m(kBeams, 0.5F);
-  const std::vector<std::uint8_t> flags(kBeams, track.flagged ? 1 : 0);
+  survey::PingArrays swath = survey::FlatSwath(kBeams, track.depth_m);
+  swath.flags.assign(kBeams, track.flagged ? 1 : 0);
   for (std::size_t i = 0; i < track.pings; ++i) {
-    survey::GsfPing ping;
+    survey::GsfPing ping = swath.Ping();
     ping.time_ns = 1'541'193'704'000'000'000 + static_cast<std::int64_t>(i) * 1'000'000'000;
     ping.longitude_deg = track.longitude_deg + static_cast<double>(i) * track.step_deg;
     ping.latitude_deg = track.latitude_deg;
     ping.heading_deg = 90.0;
-    ping.beams = kBeams;
-    ping.depth_m = depth_m;
-    ping.across_m = across_m;
-    ping.along_m = along_m;
-    ping.vertical_error_m = vertical_error_m;
-    ping.horizontal_error_m = horizontal_error_m;
-    ping.beam_flags = flags;
     writer.WritePing(ping);
   }
 }

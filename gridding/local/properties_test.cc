@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "gridding/local/engine_test_support.h"
-#include "gridding/survey/gsf_writer.h"
+#include "gridding/survey/test_pings.h"
 
 namespace quarro::testing {
 namespace {
@@ -89,32 +89,19 @@ void WritePings(const std::string& path, unsigned order_seed) {
   std::iota(order.begin(), order.end(), 0U);
   for (int i = 0; i < 40; ++i) {
     if (order_seed != 0) std::shuffle(order.begin(), order.end(), order_random);
-    std::vector<float> depth_m(kBeams);
-    std::vector<float> along_m(kBeams);
-    std::vector<float> across_m(kBeams);
-    std::vector<float> vertical_m(kBeams);
-    std::vector<float> horizontal_m(kBeams);
-    std::vector<std::uint8_t> flags(kBeams);
+    survey::PingArrays swath = survey::FlatSwath(kBeams, 25.0F);
     for (std::size_t beam = 0; beam < kBeams; ++beam) {
       const std::size_t at = order[beam];
-      depth_m[at] = 25.0F + 0.01F * static_cast<float>(random() % 20);
-      across_m[at] = static_cast<float>(beam) - 32.0F;
-      vertical_m[at] = 0.2F;
-      horizontal_m[at] = beam % 13 == 0 ? 60.0F : 0.5F;
-      flags[at] = beam % 7 == 0 ? 1 : 0;
+      swath.depth_m[at] = 25.0F + 0.01F * static_cast<float>(random() % 20);
+      swath.across_m[at] = static_cast<float>(beam) - 32.0F;
+      swath.horizontal_m[at] = beam % 13 == 0 ? 60.0F : 0.5F;
+      swath.flags[at] = beam % 7 == 0 ? 1 : 0;
     }
-    survey::GsfPing ping;
+    survey::GsfPing ping = swath.Ping();
     ping.time_ns = 1'541'193'704'000'000'000 + std::int64_t{i} * 1'000'000'000;
     ping.longitude_deg = 9.0 + i * 1e-5;
     ping.latitude_deg = 0.01;
     ping.heading_deg = 90.0;
-    ping.beams = kBeams;
-    ping.depth_m = depth_m;
-    ping.across_m = across_m;
-    ping.along_m = along_m;
-    ping.vertical_error_m = vertical_m;
-    ping.horizontal_error_m = horizontal_m;
-    ping.beam_flags = flags;
     writer.WritePing(ping);
   }
   writer.Close();

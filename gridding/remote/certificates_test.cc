@@ -47,7 +47,9 @@ TEST_F(Certificates, ThoseOfOneAuthorityServe) {
 TEST_F(Certificates, AClientWithoutOneIsRefused) {
   StartServerWith("server");
   EXPECT_THAT(ReasonOf([&] { NewAttachedClient(); }),
-              HasSubstr("cannot be reached with plain text"));
+              AllOf(HasSubstr("cannot be reached with plain text: "),
+                    HasSubstr("(is it up? One that wants certificates needs CertificateAuthority, "
+                              "Certificate and PrivateKey of section Network)")));
 }
 
 TEST_F(Certificates, AClientOfAnotherAuthorityIsRefused) {
@@ -66,7 +68,12 @@ TEST_F(Certificates, AServerOfAnotherAuthorityIsNotTalkedTo) {
   const TestAuthority other(directory_.path() / "other");
   other.Make("client", {});
   StartServerWith("server");
-  EXPECT_THAT(AttachWith(other, "client"), HasSubstr("cannot be reached with the certificates"));
+  const std::string reason = AttachWith(other, "client");
+  EXPECT_THAT(reason, HasSubstr("cannot be reached with the certificates of section Network: "));
+  EXPECT_THAT(reason, HasSubstr("(is it up, with a certificate of the same authority, made for an "
+                                "engine (script/certificates)? One without certificates wants a "
+                                "client without CertificateAuthority, Certificate and PrivateKey "
+                                "of section Network)"));
 }
 
 TEST_F(Certificates, AClientsCertificateDoesNotServeAServer) {

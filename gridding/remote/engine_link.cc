@@ -50,6 +50,19 @@ grpc::ChannelArguments ArgumentsFor(const rpc::NetworkSettings& settings) {
   return arguments;
 }
 
+// With what to look at: the cause is often told in terms of the connection alone.
+std::string NotReached(bool uses_tls, const std::string& cause) {
+  if (!uses_tls) {
+    return "cannot be reached with plain text: " + cause +
+           " (is it up? One that wants certificates needs CertificateAuthority, Certificate and "
+           "PrivateKey of section Network)";
+  }
+  return "cannot be reached with the certificates of section Network: " + cause +
+         " (is it up, with a certificate of the same authority, made for an engine "
+         "(script/certificates)? One without certificates wants a client without "
+         "CertificateAuthority, Certificate and PrivateKey of section Network)";
+}
+
 }  // namespace
 
 EngineLink::EngineLink(const rpc::NetworkSettings& settings, std::string address,
@@ -76,18 +89,7 @@ void EngineLink::OpenSession() {
     throw ExSGClientBase("what listens at " + address_ + " is no engine of protocol version " +
                          std::to_string(rpc::kProtocolVersion));
   }
-  if (!status.ok()) {
-    throw ExSGClientBase(
-        (settings_.UsesTls() ? "cannot be reached with the certificates of section Network: "
-                             : "cannot be reached with plain text: ") +
-        status.error_message() +
-        (settings_.UsesTls()
-             ? " (is it up, with a certificate of the same authority, made for an engine "
-               "(script/certificates)? One without certificates wants a client without "
-               "CertificateAuthority, Certificate and PrivateKey of section Network)"
-             : " (is it up? One that wants certificates needs CertificateAuthority, Certificate "
-               "and PrivateKey of section Network)"));
-  }
+  if (!status.ok()) throw ExSGClientBase(NotReached(settings_.UsesTls(), status.error_message()));
   if (reply.has_refused()) std::rethrow_exception(rpc::FromMessage(reply.refused()));
   if (reply.opened().protocol_version() != rpc::kProtocolVersion) {
     throw ExSGClientBase(

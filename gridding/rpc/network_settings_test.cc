@@ -7,8 +7,8 @@
 #include <gtest/gtest.h>
 
 #include "gridding/local/engine_test_support.h"
-#include "gridding/service/parameter_manual.h"
 #include "gridding/service/parameter_table.h"
+#include "gridding/service/test_parameter_manual.h"
 
 namespace quarro::rpc {
 namespace {

@@ -16,13 +16,23 @@ using testing::Replies;
 
 std::unique_ptr<SEBaseResult> Ack() { return std::make_unique<ResultPosAck>(); }
 
+// Requests of each order of call-backs, which note `name` in `replies`.
+RequestPtr AcceptFree(Delivery& delivery, Replies& replies, const std::string& name) {
+  return delivery.Accept(replies.Expect(name), RequestKind::kQuery, Order::kFree);
+}
+RequestPtr AcceptLine(Delivery& delivery, Replies& replies, const std::string& name) {
+  return delivery.Accept(replies.Expect(name), RequestKind::kLine, Order::kInOrder);
+}
+RequestPtr AcceptSynch(Delivery& delivery, Replies& replies, const std::string& name) {
+  return delivery.Accept(replies.Expect(name), RequestKind::kSynchGrid, Order::kAfterAllEarlier);
+}
+
 TEST(Delivery, AnAcknowledgementWaitsForTheCallBacksOfAllEarlierRequests) {
   Replies replies;
   Delivery delivery;
   const auto depth = delivery.Accept(replies.Expect("depth"), RequestKind::kDepth, Order::kFree);
-  const auto synch =
-      delivery.Accept(replies.Expect("synch"), RequestKind::kSynchGrid, Order::kAfterAllEarlier);
-  const auto later = delivery.Accept(replies.Expect("later"), RequestKind::kQuery, Order::kFree);
+  const auto synch = AcceptSynch(delivery, replies, "synch");
+  const auto later = AcceptFree(delivery, replies, "later");
   delivery.Deliver(synch, Ack(), 0);
   delivery.Deliver(later, Ack(), 0);
   delivery.WaitFor(later);
@@ -35,9 +45,8 @@ TEST(Delivery, AnAcknowledgementWaitsForTheCallBacksOfAllEarlierRequests) {
 TEST(Delivery, ABarrierRefusedWhileLinesAreInWorkIsToldAfterThem) {
   Replies replies;
   Delivery delivery;
-  const auto line = delivery.Accept(replies.Expect("line"), RequestKind::kLine, Order::kInOrder);
-  const auto synch =
-      delivery.Accept(replies.Expect("synch"), RequestKind::kSynchGrid, Order::kAfterAllEarlier);
+  const auto line = AcceptLine(delivery, replies, "line");
+  const auto synch = AcceptSynch(delivery, replies, "synch");
   delivery.Fail(synch, std::make_exception_ptr(ExSGClientBase("refused")));
   delivery.Deliver(line, Ack(), 0);
   delivery.WaitForAll();
@@ -47,10 +56,9 @@ TEST(Delivery, ABarrierRefusedWhileLinesAreInWorkIsToldAfterThem) {
 TEST(Delivery, LinesAreToldInTheOrderOfTheirAcceptanceWhicheverIsDoneFirst) {
   Replies replies;
   Delivery delivery;
-  const auto first = delivery.Accept(replies.Expect("first"), RequestKind::kLine, Order::kInOrder);
-  const auto second =
-      delivery.Accept(replies.Expect("second"), RequestKind::kLine, Order::kInOrder);
-  const auto free = delivery.Accept(replies.Expect("free"), RequestKind::kQuery, Order::kFree);
+  const auto first = AcceptLine(delivery, replies, "first");
+  const auto second = AcceptLine(delivery, replies, "second");
+  const auto free = AcceptFree(delivery, replies, "free");
   delivery.Fail(second, std::make_exception_ptr(ExSGClientBase("refused")));
   delivery.Deliver(free, Ack(), 0);
   delivery.WaitFor(free);

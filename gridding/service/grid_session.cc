@@ -130,9 +130,9 @@ void GridSession::RequestServerStatistics(const ResultCallback& on_done) {
 }
 
 // The grid as it is now; without one the request has failed.
-GridSession::Lease GridSession::TakeLease(const RequestPtr& request, bool shared) {
+GridSession::Lease GridSession::TakeLease(const RequestPtr& request, CurrentGrid::Use use) {
   try {
-    Lease lease = shared ? current_.TakeSharedLease() : current_.TakeLease();
+    Lease lease = current_.TakeLease(use);
     if (!lease) throw ExSGCNoGrid(kNoGrid);
     return lease;
   } catch (...) {
@@ -144,7 +144,7 @@ GridSession::Lease GridSession::TakeLease(const RequestPtr& request, bool shared
 void GridSession::SubmitTrace(const ResultCallback& on_done,
                               const std::function<std::string(CurrentGrid::Lease&)>& change) {
   const RequestPtr request = delivery_.Accept(on_done, RequestKind::kTrace, Order::kFree);
-  const Lease lease = TakeLease(request);
+  const Lease lease = TakeLease(request, CurrentGrid::Use::kNow);
   if (!lease) return;
   try {
     ResultDebug result;
@@ -200,7 +200,7 @@ void GridSession::RequestQuery(std::uint32_t kind, const ResultCallback& on_done
                                                                    std::to_string(kind))));
     return;
   }
-  const Lease lease = TakeLease(request);
+  const Lease lease = TakeLease(request, CurrentGrid::Use::kNow);
   if (!lease) return;
   try {
     AnswerOfGrid(kind, *lease, request);
@@ -242,7 +242,7 @@ void GridSession::SubmitExtract(RequestKind kind, const SGBoundingBox& box,
                                 std::uint32_t result_number, bool full_resolution,
                                 const ResultCallback& on_done) {
   const RequestPtr request = delivery_.Accept(on_done, kind, Order::kFree, result_number);
-  const Lease lease = TakeLease(request, true);
+  const Lease lease = TakeLease(request, CurrentGrid::Use::kLater);
   if (!lease) return;
   const ExtractRequest asked{box, result_number, full_resolution};
   const RequestSize size{CellsIn(lease->grid().lattice, box), full_resolution};

@@ -81,7 +81,7 @@ class GridSession {
   using Lease = std::shared_ptr<CurrentGrid::Lease>;
 
   // The calling thread.
-  Lease TakeLease(const RequestPtr& request, bool shared = false);
+  Lease TakeLease(const RequestPtr& request, CurrentGrid::Use use);
   void SubmitExtract(RequestKind kind, const SGBoundingBox& box, std::uint32_t result_number,
                      bool full_resolution, const ResultCallback& on_done);
   void AnswerOfGrid(std::uint32_t kind, CurrentGrid::Lease& lease, const RequestPtr& request);

@@ -17,7 +17,6 @@ struct GridSession::LineJob {
   bool rendezvous = false;
   // Of the grid thread; reads ahead while the line before is in work.
   std::unique_ptr<LineFeed> feed;
-  int feed_zone = 0;              // for which it was begun
   std::shared_ptr<LineJob> next;  // the line submitted directly after this one
 };
 

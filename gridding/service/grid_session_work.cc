@@ -220,11 +220,10 @@ void GridSession::Ingest(LineJob& job, const CancelFlag& cancelled, ResultLineAd
 }
 
 void GridSession::StartFeed(LineJob& job, int utm_zone) {
-  if (job.feed && job.feed_zone == utm_zone) return;
+  if (job.feed && job.feed->asked_zone() == utm_zone) return;
   const OpenGrid& grid = GridForWork();
   const std::string path = config_.find_line ? config_.find_line(job.file_name) : job.file_name;
   job.feed = std::make_unique<LineFeed>(path, grid.lattice, utm_zone, config_.uncertainty);
-  job.feed_zone = utm_zone;
 }
 
 void GridSession::StartFeedAhead(LineJob& job, int utm_zone) {

@@ -24,7 +24,7 @@ std::size_t MostStates() {
   return (limit - std::min(limit / 2, kFilesForTheRest)) / kFilesOfAState;
 }
 
-constexpr std::uint64_t kUnrest = 1;  // of a mark: something is becoming visible
+bool IsAtRest(std::uint64_t mark) { return mark % 2 == 0; }
 
 }  // namespace
 
@@ -36,27 +36,23 @@ GridState::GridState(store::GridStore& store) : store_(store), mark_(store.Write
         " files that the engine may open allow: ask again when some are done");
   }
   at_hand_.push_back(store_.TakeSnapshot());
-  // What was written meanwhile may or may not be in it.
-  if (store_.WriteMark() != mark_) mark_ |= kUnrest;
   ++states;
 }
 
 GridState::~GridState() { --states; }
 
-bool GridState::IsCurrent() const { return (mark_ & kUnrest) == 0 && store_.WriteMark() == mark_; }
+// What was written while the first snapshot was taken may or may not be in it; the mark has changed
+// for good then.
+bool GridState::IsCurrent() const { return IsAtRest(mark_) && store_.WriteMark() == mark_; }
 
 GridState::Loan GridState::Borrow() {
-  {
-    const std::lock_guard lock(mutex_);
-    if (!at_hand_.empty()) {
-      auto snapshot = std::move(at_hand_.back());
-      at_hand_.pop_back();
-      return {*this, std::move(snapshot)};
-    }
-  }
-  if (auto another = AnotherSnapshot()) return {*this, std::move(another)};
   std::unique_lock lock(mutex_);
-  returned_.wait(lock, [this] { return !at_hand_.empty(); });
+  if (at_hand_.empty()) {
+    lock.unlock();
+    if (auto another = AnotherSnapshot()) return {*this, std::move(another)};
+    lock.lock();
+    returned_.wait(lock, [this] { return !at_hand_.empty(); });
+  }
   auto snapshot = std::move(at_hand_.back());
   at_hand_.pop_back();
   return {*this, std::move(snapshot)};

@@ -48,7 +48,7 @@ class GridState {
   void TakeBack(std::unique_ptr<store::Snapshot> snapshot);
 
   store::GridStore& store_;
-  std::uint64_t mark_;
+  const std::uint64_t mark_;  // of the store, before the first snapshot
 
   std::mutex mutex_;  // guards all below
   std::condition_variable returned_;

@@ -36,6 +36,9 @@ class GridStateTest : public ::testing::Test {
   }
   ~GridStateTest() override { grid_.Set(nullptr); }
 
+  std::unique_ptr<CurrentGrid::Lease> TakeLease() {
+    return grid_.TakeLease(CurrentGrid::Use::kLater);
+  }
   void AddLine() { store_->BeginLine()->Commit({.name = "a.gsf", .account = ""}); }
   static std::uint64_t LinesIn(const GridState::Loan& snapshot) {
     return (*snapshot).GetTotals().lines;
@@ -49,15 +52,15 @@ class GridStateTest : public ::testing::Test {
 TEST_F(GridStateTest, RequestsThatWaitTakeNoFilesEachWhileNothingIsWritten) {
   const std::size_t before = OpenFiles();
   std::vector<std::unique_ptr<CurrentGrid::Lease>> waiting;
-  for (int i = 0; i < 500; ++i) waiting.push_back(grid_.TakeSharedLease());
+  for (int i = 0; i < 500; ++i) waiting.push_back(TakeLease());
   EXPECT_LT(OpenFiles(), before + 10);
 }
 
 TEST_F(GridStateTest, EachRequestSeesTheGridAsItWasWhenItWasAccepted) {
   std::vector<std::unique_ptr<CurrentGrid::Lease>> waiting;
   for (std::uint64_t lines = 0; lines < 5; ++lines) {
-    waiting.push_back(grid_.TakeSharedLease());
-    waiting.push_back(grid_.TakeSharedLease());
+    waiting.push_back(TakeLease());
+    waiting.push_back(TakeLease());
     AddLine();
   }
   for (std::size_t i = 0; i < waiting.size(); ++i) {
@@ -66,8 +69,8 @@ TEST_F(GridStateTest, EachRequestSeesTheGridAsItWasWhenItWasAccepted) {
 }
 
 TEST_F(GridStateTest, ThoseThatRunSideBySideGetASnapshotEach) {
-  const auto first = grid_.TakeSharedLease();
-  const auto second = grid_.TakeSharedLease();
+  const auto first = TakeLease();
+  const auto second = TakeLease();
   const GridState::Loan one = first->state().Borrow();
   const GridState::Loan other = second->state().Borrow();
   EXPECT_NE(&*one, &*other);
@@ -75,8 +78,8 @@ TEST_F(GridStateTest, ThoseThatRunSideBySideGetASnapshotEach) {
 }
 
 TEST_F(GridStateTest, AStateThatIsPastIsLentToOneAfterTheOther) {
-  const auto first = grid_.TakeSharedLease();
-  const auto second = grid_.TakeSharedLease();
+  const auto first = TakeLease();
+  const auto second = TakeLease();
   std::unique_ptr<GridState::Loan> one(new GridState::Loan(first->state().Borrow()));
   AddLine();
   std::uint64_t seen = 99;
@@ -96,7 +99,7 @@ TEST_F(GridStateTest, WhatTheFilesOfTheProcessDoNotAllowIsRefusedBeforeTheyRunOu
   std::string reason;
   try {
     while (waiting.size() < 200) {
-      waiting.push_back(grid_.TakeSharedLease());
+      waiting.push_back(TakeLease());
       AddLine();
     }
   } catch (const ExSGCServerResources& refusal) {
@@ -105,7 +108,7 @@ TEST_F(GridStateTest, WhatTheFilesOfTheProcessDoNotAllowIsRefusedBeforeTheyRunOu
   EXPECT_THAT(reason, HasSubstr("ask again when some are done"));
   EXPECT_LT(OpenFiles(), 190U);
   waiting.pop_back();
-  EXPECT_NE(grid_.TakeSharedLease(), nullptr) << "there is room again";
+  EXPECT_NE(TakeLease(), nullptr) << "there is room again";
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
 }
 

@@ -24,7 +24,7 @@ void RefuseChanged(const survey::FileBytes& file, const survey::FileStamp& now) 
 
 LineFeed::LineFeed(std::string path, const core::Lattice& lattice, int utm_zone,
                    const survey::UncertaintyModel& model)
-    : path_(std::move(path)), lattice_(lattice), model_(model) {
+    : path_(std::move(path)), lattice_(lattice), asked_zone_(utm_zone), model_(model) {
   summary_.utm_zone = utm_zone;
   thread_ = std::thread([this] { Run(); });
 }

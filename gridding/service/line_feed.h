@@ -47,7 +47,10 @@ class LineFeed {
   // of the end when the file has changed since its digest was begun.
   bool Next(core::BinnedChunk& chunk);
 
-  // In which the soundings that Next gave were placed; 0 as long as none has a zone.
+  // The zone that the constructor was given.
+  int asked_zone() const { return asked_zone_; }
+  // In which what was read so far is placed, which may be ahead of Next; 0 as long as none has a
+  // zone.
   int ZoneSoFar();
 
   // Valid after Next gave false. `used` is left to the caller; soundings too uncertain for their
@@ -72,6 +75,7 @@ class LineFeed {
 
   const std::string path_;
   const core::Lattice lattice_;
+  const int asked_zone_;
   const survey::UncertaintyModel model_;
   Summary summary_;  // of the feed's thread until Next gave false
 

@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "gridding/local/engine_test_support.h"
-#include "gridding/survey/gsf_writer.h"
+#include "gridding/survey/test_pings.h"
 
 namespace quarro::service {
 namespace {
@@ -70,25 +70,14 @@ class LineIngest : public ::testing::Test {
     const std::string path = directory_ / name;
     survey::GsfWriter writer(path);
     for (const Shot& shot : shots) {
-      const std::vector<float> depth_m(shot.beams, shot.depth_m);
-      const std::vector<float> along_m(shot.beams, 0.0F);
-      std::vector<float> across_m(shot.beams);
-      for (std::size_t i = 0; i < shot.beams; ++i) across_m[i] = static_cast<float>(i) - 10.0F;
-      const std::vector<float> vertical_error_m(shot.beams, 0.2F);
-      const std::vector<float> horizontal_error_m(shot.beams, shot.horizontal_error_m);
-      const std::vector<std::uint8_t> flags(shot.beams, shot.beam_flag);
-      survey::GsfPing ping;
+      survey::PingArrays swath = survey::FlatSwath(shot.beams, shot.depth_m);
+      swath.horizontal_m.assign(shot.beams, shot.horizontal_error_m);
+      swath.flags.assign(shot.beams, shot.beam_flag);
+      survey::GsfPing ping = swath.Ping();
       ping.longitude_deg = shot.longitude_deg;
       ping.latitude_deg = shot.latitude_deg;
       ping.heading_deg = shot.heading_deg;
       ping.unusable = shot.ping_flag;
-      ping.beams = shot.beams;
-      ping.depth_m = depth_m;
-      ping.across_m = across_m;
-      ping.along_m = along_m;
-      ping.vertical_error_m = vertical_error_m;
-      ping.horizontal_error_m = horizontal_error_m;
-      ping.beam_flags = flags;
       writer.WritePing(ping);
     }
     writer.Close();

@@ -43,32 +43,22 @@ CurrentGrid::Lease::~Lease() {
   owner_.Release();
 }
 
-std::unique_ptr<CurrentGrid::Lease> CurrentGrid::TakeStatelessLease() {
-  std::unique_lock lock(mutex_);
-  changed_.wait(lock, [this] { return !replacing_; });
-  if (!grid_) return nullptr;
-  std::unique_ptr<Lease> lease(new Lease(*this, *grid_));
-  ++leases_;
-  return lease;
-}
-
-std::unique_ptr<CurrentGrid::Lease> CurrentGrid::TakeLease() {
-  auto lease = TakeStatelessLease();
-  if (lease) lease->state_ = std::make_shared<GridState>(*lease->grid_->store);
-  return lease;
-}
-
-std::unique_ptr<CurrentGrid::Lease> CurrentGrid::TakeSharedLease() {
-  auto lease = TakeStatelessLease();
-  if (!lease) return nullptr;
+std::unique_ptr<CurrentGrid::Lease> CurrentGrid::TakeLease(Use use) {
+  std::unique_ptr<Lease> lease;
   {
-    const std::lock_guard lock(mutex_);
-    lease->state_ = shared_.lock();
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return !replacing_; });
+    if (!grid_) return nullptr;
+    lease.reset(new Lease(*this, *grid_));
+    ++leases_;
+    if (use == Use::kLater) lease->state_ = shared_.lock();
   }
   if (lease->state_ && lease->state_->IsCurrent()) return lease;
   lease->state_ = std::make_shared<GridState>(*lease->grid_->store);
-  const std::lock_guard lock(mutex_);
-  shared_ = lease->state_;
+  if (use == Use::kLater) {
+    const std::lock_guard lock(mutex_);
+    shared_ = lease->state_;
+  }
   return lease;
 }
 

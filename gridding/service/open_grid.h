@@ -59,12 +59,12 @@ class CurrentGrid {
     std::shared_ptr<GridState> state_;
   };
 
+  // A lease that is used later shares its state with others where nothing was written between them,
+  // and so may have to wait for a snapshot of it.
+  enum class Use : std::uint8_t { kNow, kLater };
   // The state of now. Any thread. Null when there is no grid. While a grid is being replaced by one
   // of the same name it waits for the outcome. Throws as GridState does.
-  std::unique_ptr<Lease> TakeLease();
-  // The same, for a request that waits for its turn: it shares its state with others where nothing
-  // was written between them.
-  std::unique_ptr<Lease> TakeSharedLease();
+  std::unique_ptr<Lease> TakeLease(Use use);
   bool HasGrid() const;
 
   // The grid thread from here on. Valid until the next call that changes the grid.
@@ -76,14 +76,13 @@ class CurrentGrid {
   void EndReplacement(std::unique_ptr<OpenGrid> next);
 
  private:
-  std::unique_ptr<Lease> TakeStatelessLease();
   void Release();
 
   mutable std::mutex mutex_;  // guards all below
   std::condition_variable changed_;
   std::unique_ptr<OpenGrid> grid_;  // changed by the grid thread only
   std::size_t leases_ = 0;
-  std::weak_ptr<GridState> shared_;  // the last one; a lease keeps it
+  std::weak_ptr<GridState> shared_;  // the last one to be used later; a lease keeps it
   bool replacing_ = false;
 };
 

@@ -10,7 +10,7 @@
 
 #include "gridding/local/engine_test_support.h"
 #include "gridding/service/engine_config.h"
-#include "gridding/service/parameter_manual.h"
+#include "gridding/service/test_parameter_manual.h"
 
 namespace quarro::service {
 namespace {

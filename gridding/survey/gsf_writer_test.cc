@@ -7,31 +7,26 @@
 #include <gtest/gtest.h>
 
 #include "gridding/survey/test_files.h"
+#include "gridding/survey/test_pings.h"
 
 namespace quarro::survey {
 namespace {
 
-struct Arrays {
-  std::vector<float> depth_m{12.345F, 20.0F, 31.987F};
-  std::vector<float> across_m{-12.5F, 0.0F, 12.49F};
-  std::vector<float> along_m{0.3F, -0.3F, 0.0F};
-  std::vector<float> vertical_m{0.5F, 0.25F, 1.75F};
-  std::vector<float> horizontal_m{2.5F, 1.25F, 3.75F};
-  std::vector<std::uint8_t> flags{0, 1, 0};
+struct Arrays : PingArrays {
+  Arrays()
+      : PingArrays{.depth_m = {12.345F, 20.0F, 31.987F},
+                   .across_m = {-12.5F, 0.0F, 12.49F},
+                   .along_m = {0.3F, -0.3F, 0.0F},
+                   .vertical_m = {0.5F, 0.25F, 1.75F},
+                   .horizontal_m = {2.5F, 1.25F, 3.75F},
+                   .flags = {0, 1, 0}} {}
 
   GsfPing Ping() const {
-    GsfPing ping;
+    GsfPing ping = PingArrays::Ping();
     ping.time_ns = 1541193704'250000000;
     ping.longitude_deg = -64.1234567;
     ping.latitude_deg = -17.7654321;
     ping.heading_deg = 359.99;
-    ping.beams = depth_m.size();
-    ping.depth_m = depth_m;
-    ping.across_m = across_m;
-    ping.along_m = along_m;
-    ping.vertical_error_m = vertical_m;
-    ping.horizontal_error_m = horizontal_m;
-    ping.beam_flags = flags;
     return ping;
   }
 };

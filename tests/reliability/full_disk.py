@@ -212,22 +212,23 @@ def read_only(programs, scratch, lines):
 
 def full_discs(programs, scratch, lines, reference, random, disc):
     parts = [0.0, *(random.random() for _ in range(11 if LONG else 2))]
-    failed = 0
-    for part in parts:
-        failed += full_while_committing(programs, scratch, lines, reference, part, disc)
-        shutil.rmtree(disc.folder / "bay")
+
+    def on_each(attempt):
+        faults = 0
+        for part in parts:
+            faults += attempt(programs, scratch, lines, reference, part, disc)
+            shutil.rmtree(disc.folder / "bay")
+        return faults
+
+    failed = on_each(full_while_committing)
     figure(f"full disk: {failed} lines failed on {len(parts)} full discs; the grids went on and "
            f"were finished later with the right results")
-    refused = 0
-    for part in parts:
-        refused += full_while_refining(programs, scratch, lines, reference, part, disc)
-        shutil.rmtree(disc.folder / "bay")
+    refused = on_each(full_while_refining)
     figure(f"full disk: {refused} of {len(parts)} refinements failed on a full disc; all were "
            f"finished later with the right results")
     written = sum(full_while_writing(programs, scratch, lines, reference, int(part * 500_000),
                                      disc) for part in parts)
     figure(f"full disk: {written} result files failed on a full disc, each told")
-
 
 
 def run(programs, scratch, random):
