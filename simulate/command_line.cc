@@ -1,15 +1,14 @@
 // The command line of Quarro_Simulate.
 #include "simulate/command_line.h"
 
-#include <algorithm>
-#include <charconv>
+#include <filesystem>
+#include <optional>
 #include <ostream>
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include <boost/program_options.hpp>
 
+#include "simulate/option_values.h"
 #include "simulate/survey_writer.h"
 #include "simulate/truth.h"
 
@@ -22,53 +21,9 @@ struct Arguments {
   SurveyOptions survey;
   std::string output;
   unsigned threads = 0;
-  std::string truth;
-  double truth_spacing_m = 10.0;
-  std::string truth_at;
+  TruthRequest truth;
+  bool overwrite = false;
 };
-
-template <typename Value>
-po::typed_value<Value>* Into(Value& value) {
-  return po::value<Value>(&value)->default_value(value);
-}
-
-// An option whose default shows with few digits: 0.004 and not 0.0040000000000000001.
-po::typed_value<double>* Into(double& value) {
-  std::string text = std::to_string(value);
-  text.erase(text.find_last_not_of('0') + 1);
-  if (text.back() == '.') text.pop_back();
-  return po::value<double>(&value)->default_value(value, text);
-}
-
-// A number of a list of lines, all of its text.
-std::uint32_t LineNumber(std::string_view text, const std::string& list) {
-  std::uint32_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size() || number > 9999) {
-    throw SimulationError("\"" + list + "\" is no list of lines: give numbers from 1, as 1,3-5");
-  }
-  return number;
-}
-
-// "1,3-5" gives 1, 3, 4 and 5.
-std::vector<std::uint32_t> LineNumbers(const std::string& list) {
-  std::vector<std::uint32_t> numbers;
-  for (std::size_t start = 0; start <= list.size();) {
-    const std::size_t comma = std::min(list.find(',', start), list.size());
-    const auto part = std::string_view(list).substr(start, comma - start);
-    const std::size_t dash = std::min(part.find('-'), part.size());
-    const std::uint32_t first = LineNumber(part.substr(0, dash), list);
-    const std::uint32_t last = dash < part.size() ? LineNumber(part.substr(dash + 1), list) : first;
-    for (std::uint32_t number = first; number <= last; ++number) numbers.push_back(number);
-    start = comma + 1;
-  }
-  return numbers;
-}
-
-po::typed_value<std::string>* Into(std::vector<std::uint32_t>& lines) {
-  return po::value<std::string>()->notifier(
-      [&lines](const std::string& list) { lines = LineNumbers(list); });
-}
 
 po::options_description SeafloorOptions(SurveyOptions& survey) {
   po::options_description group("Seafloor");
@@ -93,8 +48,8 @@ po::options_description SeafloorOptions(SurveyOptions& survey) {
   option("wreck-azimuth", Into(survey.wreck_azimuth_deg), "degrees from grid north, of its length");
   option("scarp-height", Into(survey.scarp_height_m), "metres, of scarp and mix");
   option("scarp-width", Into(survey.scarp_width_m), "metres of the way on which it falls");
-  option("canyon-depth", Into(survey.canyon_depth_m), "metres, of the canyon's floor");
-  option("canyon-width", Into(survey.canyon_width_m), "metres of the way on which it falls");
+  option("canyon-depth", Into(survey.canyon_depth_m), "metres, of the floor of canyon and mix");
+  option("canyon-width", Into(survey.canyon_width_m), "metres of the way on which it falls there");
   return group;
 }
 
@@ -154,11 +109,11 @@ po::options_description OutputOptions(Arguments& arguments) {
   po::options_description group("Output");
   auto option = group.add_options();
   option("output", po::value(&arguments.output), "directory of the lines, made where missing");
-  option("overwrite", "replace lines that are there already");
+  option("overwrite", "replace lines and true depths that are there already");
   option("threads", Into(arguments.threads), "0: one a core; the files are the same for any");
-  option("truth", po::value(&arguments.truth), "file for true depths: easting northing depth");
-  option("truth-spacing", Into(arguments.truth_spacing_m), "metres, of the lattice of true depths");
-  option("truth-at", po::value(&arguments.truth_at),
+  option("truth", po::value(&arguments.truth.path), "file for true depths: easting northing depth");
+  option("truth-spacing", Into(arguments.truth.spacing_m), "metres, of the lattice of true depths");
+  option("truth-at", po::value(&arguments.truth.positions),
          "file of the positions for the true depths, instead of a lattice");
   option("help", "this text");
   return group;
@@ -176,40 +131,67 @@ po::options_description Describe(Arguments& arguments) {
   return all;
 }
 
-void CheckUncertainty(const survey::UncertaintyModel& model) {
-  for (const double value :
-       {model.vertical_fixed_m, model.vertical_proportional, model.horizontal_fixed_m,
-        model.horizontal_proportional, model.angle_growth}) {
-    if (!(value >= 0.0 && value <= 1000.0)) {
-      throw SimulationError("the errors' constants must lie between 0 and 1000");
-    }
+void CheckOutputs(const Arguments& arguments) {
+  const TruthRequest& truth = arguments.truth;
+  if (arguments.output.empty() && truth.path.empty()) {
+    throw SimulationError("nothing to write: give --output or --truth (--help tells more)");
+  }
+  if (!truth.positions.empty() && truth.path.empty()) {
+    throw SimulationError("--truth-at needs --truth, the file to write");
   }
 }
 
-void Simulate(const Arguments& arguments, bool overwrite, std::ostream& out) {
-  CheckUncertainty(arguments.survey.uncertainty);
-  arguments.survey.Check();
-  if (arguments.output.empty() && arguments.truth.empty()) {
-    throw SimulationError("nothing to write: give --output or --truth (--help tells more)");
+// The directory must exist.
+void RefuseTruthAsALine(const Arguments& arguments) {
+  const std::filesystem::path truth = arguments.truth.path;
+  std::error_code none;
+  if (!std::filesystem::equivalent(std::filesystem::absolute(truth).parent_path(), arguments.output,
+                                   none)) {
+    return;
   }
-  if (!arguments.truth_at.empty() && arguments.truth.empty()) {
-    throw SimulationError("--truth-at needs --truth, the file to write");
+  for (std::uint32_t line = 0; line < arguments.survey.lines; ++line) {
+    if (truth.filename() != LineFileName(line)) continue;
+    throw SimulationError("--truth is \"" + truth.string() + "\", one of the lines of --output");
   }
+}
+
+// As "UTM zone 31 (EPSG:32631)".
+std::string ZoneText(int zone) {
+  return "UTM zone " + std::to_string(zone) +
+         " (EPSG:" + std::to_string(zone > 0 ? 32600 + zone : 32700 - zone) + ")";
+}
+
+void TellOfLines(const SurveySummary& written, const Arguments& arguments, std::ostream& out) {
+  out << "wrote " << written.lines << " lines of " << written.pings / written.lines << " pings of "
+      << arguments.survey.beams << " beams to \"" << arguments.output
+      << "\": " << written.counts.beams << " soundings, " << written.counts.flagged << " flagged, "
+      << written.counts.spikes << " spikes, " << written.counts.bursts << " on bursts, "
+      << ZoneText(written.zone) << "\n";
+}
+
+// The true depths are written first but take their name last: what is wrong with them shows before
+// the work of the lines begins, and no truth stays of lines that failed.
+void Simulate(const Arguments& arguments, std::ostream& out) {
+  const SurveyOptions& survey = arguments.survey;
+  survey.Check();
+  CheckOutputs(arguments);
+  const SurveyPlan plan(survey);
+  const auto seafloor = MakeSeafloor(survey, plan.origin());
+  std::optional<TruthText> truth;
+  if (!arguments.truth.path.empty()) truth.emplace(survey, plan, *seafloor, arguments.truth);
   if (!arguments.output.empty()) {
-    const SurveySummary written =
-        WriteSurvey(arguments.survey, arguments.output, arguments.threads, overwrite);
-    out << "wrote " << written.lines << " lines of " << written.pings / written.lines
-        << " pings of " << arguments.survey.beams << " beams to \"" << arguments.output
-        << "\": " << written.counts.beams << " soundings, " << written.counts.flagged
-        << " flagged, " << written.counts.spikes << " spikes, " << written.counts.bursts
-        << " on bursts, UTM zone " << written.zone << "\n";
+    PrepareDirectory(arguments.output, survey.lines, arguments.overwrite);
+    if (truth) RefuseTruthAsALine(arguments);
   }
-  if (!arguments.truth.empty()) {
-    const std::uint64_t depths =
-        arguments.truth_at.empty()
-            ? WriteTruthOfLattice(arguments.survey, arguments.truth_spacing_m, arguments.truth)
-            : WriteTruthAt(arguments.survey, arguments.truth_at, arguments.truth);
-    out << "wrote " << depths << " true depths to \"" << arguments.truth << "\"\n";
+  if (truth) truth->Write();
+  if (!arguments.output.empty()) {
+    TellOfLines(WriteLines(survey, plan, *seafloor, arguments.output, arguments.threads), arguments,
+                out);
+  }
+  if (truth) {
+    truth->Keep();
+    out << "wrote " << truth->depths() << " true depths to \"" << arguments.truth.path << "\", "
+        << ZoneText(survey.Zone()) << "\n";
   }
 }
 
@@ -232,7 +214,8 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
       out << all;
       return 0;
     }
-    Simulate(arguments, given.count("overwrite") > 0, out);
+    arguments.overwrite = arguments.truth.overwrite = given.count("overwrite") > 0;
+    Simulate(arguments, out);
     return 0;
   } catch (const std::exception& failure) {
     err << "Quarro_Simulate: " << failure.what() << "\n";

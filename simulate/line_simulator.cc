@@ -6,9 +6,12 @@
 #include <numbers>
 
 #include "gridding/survey/gsf_format.h"
+#include "gridding/survey/soundings.h"
 
 namespace quarro::simulate {
 namespace {
+
+constexpr double kShallowestSounding_m = 0.1;  // 0 would tell of no detection
 
 std::vector<double> BeamTangents(const SurveyOptions& options) {
   std::vector<double> tangents(options.beams, 0.0);
@@ -37,7 +40,7 @@ LineSimulator::LineSimulator(const SurveyOptions& options, const SurveyPlan& pla
       seafloor_(seafloor),
       zone_(options.Zone()),
       tangents_(BeamTangents(options)),
-      outermost_tangent_(options.swath_deg > 0.0 ? tangents_.back() : 1.0),
+      outermost_tangent_(tangents_.back() > 0.0 ? tangents_.back() : 1.0),
       struck_(options.beams),
       fates_(options.beams),
       depth_m_(options.beams),
@@ -81,7 +84,8 @@ void LineSimulator::MeasureBeam(std::uint32_t beam, const LineFaults& faults,
   if (fate == BeamFate::kFlagged || fate == BeamFate::kSpike) {
     depth_m += Spike(random, beam, floor.depth_m, sigma.vertical_m);
   }
-  depth_m_[beam] = static_cast<float>(std::max(depth_m, 0.1));
+  depth_m_[beam] =
+      static_cast<float>(std::clamp(depth_m, kShallowestSounding_m, double{survey::kDeepest_m}));
   across_m_[beam] = static_cast<float>(met * floor.across_m +
                                        horizontal_m * random.Normal(beam, Purpose::kAcross));
   along_m_[beam] = static_cast<float>(horizontal_m * random.Normal(beam, Purpose::kAlong));

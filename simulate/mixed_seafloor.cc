@@ -17,6 +17,7 @@ Area MiddleThird(const SurveyOptions& options, const survey::GridPoint& origin) 
 MixedSeafloor::MixedSeafloor(const SurveyOptions& options, const survey::GridPoint& origin)
     : way_(origin, options.heading_deg),
       third_m_(options.line_length_m / 3.0),
+      shelf_edge_m_(0.4 * options.line_length_m),
       depth_m_(options.depth_m),
       slope_(options.slope),
       scarp_height_m_(options.scarp_height_m),
@@ -24,7 +25,8 @@ MixedSeafloor::MixedSeafloor(const SurveyOptions& options, const survey::GridPoi
       wave_length_m_(options.wave_length_m),
       waves_(options, origin),
       rocks_(options, MiddleThird(options, origin)),
-      wreck_(options, origin) {}
+      wreck_(options, origin),
+      canyon_(options) {}
 
 double MixedSeafloor::DepthAt(const survey::GridPoint& at) const {
   const double along_m = way_.Along(at);
@@ -37,7 +39,8 @@ double MixedSeafloor::DepthAt(const survey::GridPoint& at) const {
     depth_m += slope_ * into_slope_m;
     depth_m += scarp_height_m_ * SmoothStep(from_scarp_m / scarp_width_m_ + 0.5);
   }
-  return std::max(kShallowest_m, depth_m);
+  // A slope that is deeper than the canyon's floor hides it.
+  return Within(std::max(depth_m, canyon_.DepthAt(along_m - shelf_edge_m_, depth_m)));
 }
 
 }  // namespace quarro::simulate

@@ -74,7 +74,7 @@ class RockySeafloor : public Seafloor {
         wreck_(options, origin) {}
 
   double DepthAt(const survey::GridPoint& at) const override {
-    return std::max(kShallowest_m, depth_m_ - std::max(rocks_.HeightAt(at), wreck_.HeightAt(at)));
+    return Within(depth_m_ - std::max(rocks_.HeightAt(at), wreck_.HeightAt(at)));
   }
 
  private:

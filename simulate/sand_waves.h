@@ -31,7 +31,7 @@ class WaveSeafloor : public Seafloor {
       : depth_m_(options.depth_m), waves_(options, origin) {}
 
   double DepthAt(const survey::GridPoint& at) const override {
-    return std::max(kShallowest_m, depth_m_ - waves_.HeightAt(at));
+    return Within(depth_m_ - waves_.HeightAt(at));
   }
 
  private:

@@ -16,7 +16,7 @@ class ScarpSeafloor : public Seafloor {
 
   double DepthAt(const survey::GridPoint& at) const override {
     const double fallen = SmoothStep(way_.Along(at) / width_m_ + 0.5);
-    return std::max(kShallowest_m, depth_m_ + height_m_ * (fallen - 0.5));
+    return Within(depth_m_ + height_m_ * (fallen - 0.5));
   }
 
  private:

@@ -1,8 +1,10 @@
 // Seafloors whose depth is known everywhere.
 #pragma once
 
+#include <algorithm>
 #include <memory>
 
+#include "gridding/survey/soundings.h"
 #include "gridding/survey/utm.h"
 #include "simulate/survey_options.h"
 
@@ -12,10 +14,15 @@ namespace quarro::simulate {
 class Seafloor {
  public:
   virtual ~Seafloor() = default;
-  // Metres, positive down, at least kShallowest_m, at a position of the survey's UTM zone.
+  // Metres, positive down, from kShallowest_m to kDeepest_m, at a position of the survey's UTM
+  // zone.
   virtual double DepthAt(const survey::GridPoint& at) const = 0;
 
   static constexpr double kShallowest_m = 0.5;  // where a seafloor would rise above the water
+  static constexpr double kDeepest_m = survey::kDeepest_m;  // where it would fall below any sea's
+
+ protected:
+  static double Within(double depth_m) { return std::clamp(depth_m, kShallowest_m, kDeepest_m); }
 };
 
 // The seafloor that the options name, with their depth at `origin`. Throws SimulationError for a

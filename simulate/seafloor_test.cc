@@ -161,7 +161,46 @@ TEST(Rocks, HeightIsThatOfTheNearestAmongAllOfThem) {
   EXPECT_GT(on_rocks, 100);
 }
 
-TEST(Seafloor, MixHasWavesThenTheWreckThenASlopeWithAScarp) {
+TEST(Seafloor, NoneFallsBelowTheDeepestThatTheEngineTakes) {
+  SurveyOptions options;
+  options.depth_m = 11990.0;
+  options.slope = 0.5;
+  options.scarp_height_m = 100.0;
+  options.wave_amplitude_m = 100.0;
+  for (const char* name : {"slope", "scarp", "waves", "mix"}) {
+    options.seafloor = name;
+    options.wreck_height_m = 0.0;
+    const auto seafloor = MakeSeafloor(options, kOrigin);
+    double deepest_m = 0.0;
+    for (double way_m = -500.0; way_m <= 500.0; way_m += 5.0) {
+      const double depth_m = seafloor->DepthAt(At(way_m, way_m));
+      EXPECT_LE(depth_m, 12000.0) << name << ' ' << way_m;
+      deepest_m = std::max(deepest_m, depth_m);
+    }
+    EXPECT_EQ(deepest_m, 12000.0) << name;
+  }
+}
+
+TEST(Seafloor, MixFallsIntoTheCanyonAtTheFarEndOfLongLines) {
+  SurveyOptions options = Of("mix", 100.0);
+  options.heading_deg = 90.0;
+  options.line_length_m = 20000.0;  // the shelf's edge lies 8 km east
+  options.slope = 0.0;
+  options.scarp_height_m = 0.0;
+  options.canyon_depth_m = 4000.0;
+  options.canyon_width_m = 2000.0;
+  const auto mix = MakeSeafloor(options, kOrigin);
+  EXPECT_EQ(mix->DepthAt(At(7000.0, 0.0)), 100.0);
+  EXPECT_EQ(mix->DepthAt(At(8000.0, 0.0)), 100.0);
+  EXPECT_NEAR(mix->DepthAt(At(8500.0, 0.0)), 100.0 + 3900.0 * 0.15625, 1e-6);
+  EXPECT_NEAR(mix->DepthAt(At(9000.0, 0.0)), 2050.0, 1e-6);
+  EXPECT_NEAR(mix->DepthAt(At(10000.0, 0.0)), 4000.0, 1e-6);
+  // What lies deeper already stays.
+  options.depth_m = 5000.0;
+  EXPECT_EQ(MakeSeafloor(options, kOrigin)->DepthAt(At(10000.0, 0.0)), 5000.0);
+}
+
+TEST(Seafloor, MixHasWavesThenTheWreckThenASlopeWithAScarpAndTheCanyonsEdge) {
   SurveyOptions options = Of("mix", 20.0);
   options.heading_deg = 90.0;  // so that the thirds lie at -450..-150..150..450 m east
   options.line_length_m = 900.0;
@@ -176,7 +215,10 @@ TEST(Seafloor, MixHasWavesThenTheWreckThenASlopeWithAScarp) {
   EXPECT_EQ(mix->DepthAt(At(100.0, 0.0)), 20.0);
   EXPECT_NEAR(mix->DepthAt(At(250.0, 5.0)), 22.0, 1e-9);
   EXPECT_NEAR(mix->DepthAt(At(300.0, 5.0)), 23.0 + 2.5, 1e-9);
-  EXPECT_NEAR(mix->DepthAt(At(400.0, 5.0)), 25.0 + 5.0, 1e-9);
+  EXPECT_NEAR(mix->DepthAt(At(360.0, 5.0)), 24.2 + 5.0, 1e-9);
+  // 40 m beyond the edge of a fall of 10 km.
+  const double fallen = 0.004 * 0.004 * (3.0 - 2.0 * 0.004);
+  EXPECT_NEAR(mix->DepthAt(At(400.0, 5.0)), 30.0 + (4000.0 - 30.0) * fallen, 1e-9);
 }
 
 }  // namespace

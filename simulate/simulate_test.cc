@@ -1,19 +1,15 @@
 // The simulator: the same bytes for the same options, errors as told, the seafloor as truth.
 #include <cmath>
-#include <locale>
 #include <map>
-#include <sstream>
 
 #include <gtest/gtest.h>
 
 #include "gridding/survey/georeference.h"
 #include "gridding/survey/test_files.h"
-#include "simulate/command_line.h"
 #include "simulate/random.h"
 #include "simulate/seafloor.h"
 #include "simulate/survey_plan.h"
 #include "simulate/survey_writer.h"
-#include "simulate/truth.h"
 
 namespace quarro::simulate {
 namespace {
@@ -205,6 +201,53 @@ TEST(Survey, HorizontalErrorsShowOnASlopeAsTheModelTells) {
   EXPECT_NEAR(Variance(errors.depth) / expected, 1.0, 6.0 * std::sqrt(2.0 / count) + 0.002);
 }
 
+TEST(Survey, OneBeamOnALineWithRefractionHasTheFloorsDepth) {
+  SurveyOptions options = SmallSurvey();
+  options.seafloor = "flat";
+  options.beams = 1;
+  options.noise = 0.0;
+  options.smile_lines = {1};
+  const ScratchDirectory scratch;
+  WriteSurvey(options, scratch.File(""), 1, false);
+  const auto depths = survey::ReadWhole(scratch.File("line_001.gsf")).chunk.depth_m;
+  EXPECT_EQ(depths, std::vector<float>(126, 50.0F));
+}
+
+TEST(Survey, NoSoundingIsDeeperThanTheEngineTakes) {
+  SurveyOptions options = SmallSurvey();
+  options.depth_m = 11900.0;
+  options.slope = 2.0;
+  options.line_spacing_m = 100.0;
+  options.swath_deg = 10.0;
+  options.spikes = 0.5;
+  const Normalised errors = ErrorsOf(options);
+  EXPECT_EQ(errors.account.offered, errors.account.read);
+  options.offset_lines = {1};
+  options.offset_m = 900.0;
+  EXPECT_EQ(ErrorsOf(options).account.offered, errors.account.read);
+}
+
+TEST(Survey, TimesEndWhereThoseOfFilesDo) {
+  SurveyOptions options;
+  options.lines = 300;
+  options.line_length_m = 200000.0;
+  options.speed_m_s = 0.1;
+  options.ping_rate_hz = 1.0;
+  try {
+    const SurveyPlan plan(options);
+    FAIL() << "it lasts past 2038";
+  } catch (const SimulationError& error) {
+    EXPECT_NE(std::string(error.what())
+                  .find("--lines, --line-length and --speed make a survey of 6945 days"),
+              std::string::npos)
+        << error.what();
+  }
+  options.lines = 284;  // 284 times 2,000,300 s reach to 2038-01-04
+  const SurveyPlan plan(options);
+  const ShipFix last = plan.Fix(283, plan.pings_per_line() - 1, survey::UtmZone(31));
+  EXPECT_EQ(last.time_ns / 1'000'000'000, 1577836800 + 283 * 2000300 + 2000000);
+}
+
 TEST(Survey, SpikesAndFlagsAreThePartsAskedFor) {
   SurveyOptions options = SmallSurvey();
   options.seafloor = "flat";
@@ -238,152 +281,6 @@ TEST(Survey, NeighbouringLinesRunAgainstEachOtherAtTheirSpacing) {
   EXPECT_NEAR(back.frame.origin.easting_m, last.frame.origin.easting_m, 0.02);
   EXPECT_NEAR((first.frame.origin.northing_m - back.frame.origin.northing_m) / 0.9996, 75.0, 0.02);
   EXPECT_GT(back.time_ns, last.time_ns);
-}
-
-// Decimal commas and dotted thousands, as German has them.
-class CommaNumbers : public std::numpunct<char> {
-  char do_decimal_point() const override { return ','; }
-  char do_thousands_sep() const override { return '.'; }
-  std::string do_grouping() const override { return "\3"; }
-};
-
-TEST(Truth, IsTheSameTextInAnyLocale) {
-  const ScratchDirectory scratch;
-  const std::string positions = scratch.Write("positions.txt", "500000.25 6000000.5\n");
-  SurveyOptions options;
-  options.seafloor = "flat";
-  options.depth_m = 1234.5;
-  const std::locale before =
-      std::locale::global(std::locale(std::locale::classic(), new CommaNumbers));
-  const std::uint64_t depths = WriteTruthAt(options, positions, scratch.File("truth.xyz"));
-  std::locale::global(before);
-  EXPECT_EQ(depths, 1U);
-  EXPECT_EQ(survey::BytesOf(scratch.File("truth.xyz")), "500000.250 6000000.500 1234.500\n");
-}
-
-TEST(Truth, PositionsThatAreNoneAreNamed) {
-  const ScratchDirectory scratch;
-  const std::string positions = scratch.Write("positions.txt", "1 2\nhere\n");
-  try {
-    WriteTruthAt({}, positions, scratch.File("truth.xyz"));
-    FAIL() << "\"here\" is no position";
-  } catch (const SimulationError& error) {
-    EXPECT_NE(std::string(error.what()).find("line 2 does not begin with an easting"),
-              std::string::npos)
-        << error.what();
-  }
-}
-
-class CommandLine : public testing::Test {
- protected:
-  int Run(std::vector<const char*> arguments) {
-    arguments.insert(arguments.begin(), "Quarro_Simulate");
-    out_.str("");
-    err_.str("");
-    return simulate::Run(static_cast<int>(arguments.size()), arguments.data(), out_, err_);
-  }
-
-  ScratchDirectory scratch_;
-  std::ostringstream out_;
-  std::ostringstream err_;
-};
-
-TEST_F(CommandLine, WritesLinesAndTruthAndTellsWhat) {
-  const std::string lines = scratch_.File("lines");
-  const std::string truth = scratch_.File("truth.xyz");
-  ASSERT_EQ(Run({"--output", lines.c_str(), "--lines", "2", "--line-length", "40", "--beams", "16",
-                 "--seafloor", "flat", "--depth", "25", "--truth", truth.c_str(), "--truth-spacing",
-                 "20"}),
-            0)
-      << err_.str();
-  EXPECT_NE(out_.str().find("wrote 2 lines of 51 pings of 16 beams"), std::string::npos)
-      << out_.str();
-  EXPECT_NE(out_.str().find("1632 soundings, 0 flagged, 0 spikes, 0 on bursts, UTM zone 31"),
-            std::string::npos)
-      << out_.str();
-  EXPECT_EQ(survey::ReadWhole(lines + "/line_002.gsf").account.read, 816U);
-  const survey::WholeLine depths = survey::ReadWhole(truth);
-  ASSERT_GT(depths.account.read, 4U);
-  EXPECT_EQ(depths.chunk.depth_m[0], 25.0F);
-  EXPECT_EQ(std::remainder(depths.chunk.pings[0].longitude_deg, 20.0), 0.0);
-}
-
-TEST_F(CommandLine, ListsOfLinesNameTheLinesWithFaults) {
-  const std::string lines = scratch_.File("lines");
-  ASSERT_EQ(Run({"--output", lines.c_str(), "--lines", "6", "--line-length", "10", "--beams", "8",
-                 "--seafloor", "flat", "--depth", "25", "--noise", "0", "--offset-lines", "1,3-4",
-                 "--offset", "2"}),
-            0)
-      << err_.str();
-  const auto depth_m = [&](std::uint32_t line) {
-    return survey::ReadWhole(lines + "/" + LineFileName(line)).chunk.depth_m.front();
-  };
-  EXPECT_EQ(depth_m(0), 27.0F);
-  EXPECT_EQ(depth_m(1), 25.0F);
-  EXPECT_EQ(depth_m(2), 27.0F);
-  EXPECT_EQ(depth_m(3), 27.0F);
-  EXPECT_EQ(depth_m(4), 25.0F);
-}
-
-TEST_F(CommandLine, TruthAtPositionsGivesOneDepthALine) {
-  const std::string positions =
-      scratch_.Write("positions.txt", "# where\n500000 6000000 7\n\n500010.5 6000000\n");
-  const std::string truth = scratch_.File("truth.xyz");
-  ASSERT_EQ(Run({"--seafloor", "flat", "--truth-at", positions.c_str(), "--truth", truth.c_str()}),
-            0)
-      << err_.str();
-  EXPECT_EQ(survey::BytesOf(truth),
-            "500000.000 6000000.000 50.000\n500010.500 6000000.000 50.000\n");
-}
-
-TEST_F(CommandLine, LinesThatExistAreNotOverwrittenUnasked) {
-  const std::string lines = scratch_.File("lines");
-  const std::vector<const char*> arguments = {"--output", lines.c_str(), "--lines",       "1",
-                                              "--beams",  "4",           "--line-length", "10"};
-  ASSERT_EQ(Run(arguments), 0);
-  EXPECT_EQ(Run(arguments), 1);
-  EXPECT_NE(err_.str().find("line_001.gsf\" exists already"), std::string::npos) << err_.str();
-  auto overwriting = arguments;
-  overwriting.push_back("--overwrite");
-  EXPECT_EQ(Run(overwriting), 0) << err_.str();
-}
-
-TEST_F(CommandLine, ErrorsNameTheOptionAndGiveStatus1) {
-  const std::string lines = scratch_.File("lines");
-  const auto error_of = [&](const char* option, const char* value) {
-    EXPECT_EQ(Run({"--output", lines.c_str(), option, value}), 1) << option;
-    return err_.str();
-  };
-  EXPECT_NE(error_of("--seafloor", "cheese").find("it must be flat, slope, waves"),
-            std::string::npos);
-  EXPECT_NE(
-      error_of("--bursts", "400").find("--bursts is 400 of 4 pings a line; a line has room for"),
-      std::string::npos)
-      << err_.str();
-  EXPECT_NE(error_of("--smile-lines", "1,x").find("\"1,x\" is no list of lines"), std::string::npos)
-      << err_.str();
-  EXPECT_NE(error_of("--offset-lines", "4-6").find("--offset-lines is 6; it must lie between 1"),
-            std::string::npos)
-      << err_.str();
-  EXPECT_NE(error_of("--wreck-length", "3").find("--wreck-length is 3; it must lie between 4"),
-            std::string::npos)
-      << err_.str();
-  EXPECT_NE(error_of("--spikes", "1.5").find("--spikes is 1.5; it must lie between 0 and 1"),
-            std::string::npos);
-  EXPECT_NE(error_of("--lines", "-1").find("--lines is"), std::string::npos);
-  EXPECT_NE(error_of("--depth", "nan").find("--depth is nan"), std::string::npos);
-  EXPECT_NE(error_of("--depth", "deep").find("depth"), std::string::npos);
-  EXPECT_NE(error_of("--depht", "5").find("--depht"), std::string::npos);
-  EXPECT_EQ(Run({}), 1);
-  EXPECT_NE(err_.str().find("nothing to write"), std::string::npos);
-  EXPECT_EQ(Run({"--output", "/dev/null/lines"}), 1);
-  EXPECT_NE(err_.str().find("cannot make the directory \"/dev/null/lines\""), std::string::npos);
-  EXPECT_FALSE(std::filesystem::exists(lines));
-}
-
-TEST_F(CommandLine, HelpListsTheOptions) {
-  EXPECT_EQ(Run({"--help"}), 0);
-  EXPECT_NE(out_.str().find("--truth-spacing"), std::string::npos);
 }
 
 }  // namespace

@@ -12,7 +12,7 @@ class SlopeSeafloor : public Seafloor {
       : way_(origin, options.slope_azimuth_deg), depth_m_(options.depth_m), slope_(options.slope) {}
 
   double DepthAt(const survey::GridPoint& at) const override {
-    return std::max(kShallowest_m, depth_m_ + slope_ * way_.Along(at));
+    return Within(depth_m_ + slope_ * way_.Along(at));
   }
 
  private:

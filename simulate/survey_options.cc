@@ -4,9 +4,17 @@
 #include <cmath>
 #include <numbers>
 #include <sstream>
+#include <utility>
 
 namespace quarro::simulate {
 namespace {
+
+void CheckNumbers(const char* option, const std::vector<std::uint32_t>& numbers,
+                  std::uint32_t lines) {
+  for (const std::uint32_t line : numbers) CheckRange(option, line, 1, lines);
+}
+
+}  // namespace
 
 void CheckRange(const char* option, double value, double lowest, double highest) {
   if (value >= lowest && value <= highest) return;
@@ -16,13 +24,6 @@ void CheckRange(const char* option, double value, double lowest, double highest)
        << highest;
   throw SimulationError(text.str());
 }
-
-void CheckNumbers(const char* option, const std::vector<std::uint32_t>& numbers,
-                  std::uint32_t lines) {
-  for (const std::uint32_t line : numbers) CheckRange(option, line, 1, lines);
-}
-
-}  // namespace
 
 void SurveyOptions::Check() const {
   CheckRange("depth", depth_m, 1.0, survey::kDeepest_m);
@@ -59,6 +60,14 @@ void SurveyOptions::Check() const {
   CheckRange("spikes", spikes, 0.0, 1.0);
   CheckRange("flagged", flagged, 0.0, 1.0);
   CheckRange("spikes and --flagged together", spikes + flagged, 0.0, 1.0);
+  for (const auto& [option, value] :
+       {std::pair{"vertical-fixed", uncertainty.vertical_fixed_m},
+        {"vertical-proportional", uncertainty.vertical_proportional},
+        {"horizontal-fixed", uncertainty.horizontal_fixed_m},
+        {"horizontal-proportional", uncertainty.horizontal_proportional},
+        {"angle-growth", uncertainty.angle_growth}}) {
+    CheckRange(option, value, 0.0, 1000.0);
+  }
   CheckRange("bursts", bursts, 0, 1e6);
   CheckRange("burst-pings", burst_pings, 1, 1e6);
   if (bursts > 0) CheckRange("burst-beams", burst_beams, 1, beams);

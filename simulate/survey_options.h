@@ -16,6 +16,10 @@ class SimulationError : public ExTarn {
   using ExTarn::ExTarn;
 };
 
+// Throws SimulationError naming the option, its value and what is allowed, unless the value lies
+// between the two others.
+void CheckRange(const char* option, double value, double lowest, double highest);
+
 struct SurveyOptions {
   // The seafloor: "flat", "slope", "waves", "rocks" (with the wreck), "scarp", "canyon" or "mix".
   std::string seafloor = "slope";
@@ -41,7 +45,8 @@ struct SurveyOptions {
   // The step of "scarp", its middle at the origin, and of "mix".
   double scarp_height_m = 5.0;
   double scarp_width_m = 2.0;  // of the way on which it falls
-  // "canyon" falls from the shelf's edge at the origin, depth_m deep, to its floor.
+  // "canyon" falls from the shelf's edge at the origin, depth_m deep, to its floor; "mix" from an
+  // edge near the far end of the lines.
   double canyon_depth_m = 4000.0;
   double canyon_width_m = 10000.0;  // of the way on which it falls
 

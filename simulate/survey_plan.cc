@@ -2,6 +2,7 @@
 #include "simulate/survey_plan.h"
 
 #include <cmath>
+#include <limits>
 #include <numbers>
 #include <string>
 
@@ -15,6 +16,28 @@ void CheckRuns(const char* option, std::uint32_t runs, std::uint32_t length, std
   throw SimulationError("--" + std::string(option) + " is " + std::to_string(runs) + " of " +
                         std::to_string(length) + " pings a line; a line has room for " +
                         std::to_string(room / length) + ": give fewer or a longer line");
+}
+
+constexpr double kStart_s = 1577836800.0;  // 2020-01-01
+
+// When a line begins: the turn onto it takes five minutes.
+double StartOfLine_s(const SurveyOptions& options, std::uint32_t line) {
+  constexpr double kTurn_s = 300.0;
+  return kStart_s + std::ceil(line * (options.line_length_m / options.speed_m_s + kTurn_s));
+}
+
+// Files tell times as seconds of 31 bits.
+void CheckTimes(const SurveyOptions& options) {
+  constexpr double kLast_s = std::numeric_limits<std::int32_t>::max();
+  const double end_s = std::ceil(StartOfLine_s(options, options.lines - 1) +
+                                 options.line_length_m / options.speed_m_s);
+  if (end_s <= kLast_s) return;
+  constexpr double kDay_s = 86400.0;
+  const auto days = [](double seconds) { return std::to_string(std::llround(seconds / kDay_s)); };
+  throw SimulationError("--lines, --line-length and --speed make a survey of " +
+                        days(end_s - kStart_s) + " days, which begins on 2020-01-01; the times " +
+                        "of files end after " + days(kLast_s - kStart_s) +
+                        " days, in 2038: give fewer or shorter lines, or a greater --speed");
 }
 
 double Rounded(double value, double steps) { return std::round(value * steps) / steps; }
@@ -36,6 +59,7 @@ SurveyPlan::SurveyPlan(const SurveyOptions& options) : options_(options) {
                           " pings is too long: shorten --line-length or lower --ping-rate");
   }
   pings_per_line_ = static_cast<std::uint32_t>(pings) + 1;
+  CheckTimes(options);
   CheckRuns("gaps", options.gaps, options.gap_pings, pings_per_line_ - 1);
   CheckRuns("bursts", options.bursts, options.burst_pings, pings_per_line_);
 }
@@ -48,16 +72,13 @@ survey::GridPoint SurveyPlan::At(double along_m, double across_m) const {
 }
 
 ShipFix SurveyPlan::Fix(std::uint32_t line, std::uint32_t ping, const survey::UtmZone& zone) const {
-  constexpr double kTurn_s = 300.0;
-  constexpr double kStart_s = 1577836800.0;  // 2020-01-01
   const bool back = line % 2 == 1;
   const double sailed_m = ping * options_.speed_m_s / options_.ping_rate_hz;
   const double along_m = (back ? -1.0 : 1.0) * (sailed_m - options_.line_length_m / 2.0);
   const double across_m = (line - (options_.lines - 1) / 2.0) * options_.Spacing_m();
 
   ShipFix fix;
-  const double line_s = options_.line_length_m / options_.speed_m_s + kTurn_s;
-  fix.time_ns = std::llround((kStart_s + std::ceil(line * line_s)) * 1e3) * 1'000'000 +
+  fix.time_ns = std::llround(StartOfLine_s(options_, line) * 1e3) * 1'000'000 +
                 std::llround(ping / options_.ping_rate_hz * 1e9);
   if (!zone.Inverse(At(along_m, across_m), fix.longitude_deg, fix.latitude_deg)) {
     throw SimulationError("the survey leaves the projection: shorten --line-length");

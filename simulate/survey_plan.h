@@ -22,7 +22,8 @@ struct ShipFix {
 // that threads share a plan.
 class SurveyPlan {
  public:
-  // Throws SimulationError for options out of range, and gaps or bursts that no line has room for.
+  // Throws SimulationError for options out of range, gaps or bursts that no line has room for, and
+  // a survey that lasts longer than the times of files reach.
   explicit SurveyPlan(const SurveyOptions& options);
 
   const survey::GridPoint& origin() const { return origin_.origin; }

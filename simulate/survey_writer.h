@@ -16,9 +16,18 @@ struct SurveySummary {
   int zone = 0;
 };
 
-// Writes line_001.gsf and so on into `directory`, which it makes where it is missing, on as many
-// threads as told (0: one a core); the bytes are the same for any number of them. Throws
-// SimulationError or survey::LineError, also for a file that exists already unless `overwrite`.
+// Makes the directory of so many lines where it is missing. Throws SimulationError, also for a line
+// that exists already unless `overwrite`.
+void PrepareDirectory(const std::string& directory, std::uint32_t lines, bool overwrite);
+
+// Writes line_001.gsf and so on into a directory made ready, on as many threads as told (0: one a
+// core); the bytes are the same for any number of them. A line bears its name once it is whole. The
+// first failure ends the work: throws SimulationError or survey::LineError, and no line but those
+// that were whole by then stays.
+SurveySummary WriteLines(const SurveyOptions& options, const SurveyPlan& plan,
+                         const Seafloor& seafloor, const std::string& directory, unsigned threads);
+
+// All of it.
 SurveySummary WriteSurvey(const SurveyOptions& options, const std::string& directory,
                           unsigned threads, bool overwrite);
 
