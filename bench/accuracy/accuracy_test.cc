@@ -1,6 +1,11 @@
 // A small survey with spikes must come as near to the truth as the method promises.
 
+#include <algorithm>
 #include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -8,6 +13,9 @@
 #include "bench/accuracy/judgement.h"
 #include "bench/accuracy/scenarios.h"
 #include "bench/accuracy/survey_run.h"
+#include "bench/accuracy/targets.h"
+#include "simulate/command_line.h"
+#include "simulate/survey_writer.h"
 #include "support/test_directory.h"
 
 namespace quarro::accuracy {
@@ -16,8 +24,15 @@ namespace {
 Scenario Small(const char* name) {
   for (Scenario scenario : Scenarios()) {
     if (scenario.name != name) continue;
+    constexpr double kLength_m = 120.0;
+    const double share = kLength_m / scenario.survey.line_length_m;
+    const auto part = [&](std::uint32_t count) {
+      return static_cast<std::uint32_t>(std::lround(share * count));
+    };
     scenario.survey.lines = 2;
-    scenario.survey.line_length_m = 120.0;
+    scenario.survey.line_length_m = kLength_m;
+    scenario.survey.bursts = part(scenario.survey.bursts);
+    scenario.survey.rock_count = part(scenario.survey.rock_count);
     return scenario;
   }
   throw std::logic_error(std::string("no scenario ") + name);
@@ -30,53 +45,106 @@ const Errors& Of(const std::vector<MethodErrors>& table, const std::string& meth
   throw std::logic_error("no method " + method);
 }
 
-TEST(Accuracy, SpikesInOneOfTwentyBeamsCostLessThanATenthOfTheOraclesErrors) {
-  const TestDirectory folder;
-  const Scenario scenario = Small("spikes-5");
-  const SurveyRun run = RunScenario(scenario, folder.Path(), MParams());
-  const auto full = JudgeFull(scenario, run);
-  const Errors& quarro = Of(full, "quarro");
-  const Errors& oracle = Of(full, "oracle");
-  const Errors& median = Of(full, "median");
-  EXPECT_GT(quarro.nodes, 10000U);
-  EXPECT_EQ(quarro.without, 0U);
-  EXPECT_LE(quarro.median_m, 1.1 * oracle.median_m);
-  EXPECT_LE(quarro.p95_m, 1.1 * oracle.p95_m);
-  EXPECT_LT(quarro.median_m, median.median_m);
-  EXPECT_LT(quarro.p95_m, median.p95_m);
-  EXPECT_LT(quarro.rmse_m, median.rmse_m);
-  EXPECT_GE(quarro.covered, 0.93);
-  EXPECT_LE(quarro.covered, 0.97);
+// Each that is missed, as a line.
+std::string Missed(const std::vector<Check>& checks, const std::string& but_of = "nothing") {
+  std::ostringstream text;
+  for (const Check& check : checks) {
+    if (check.Met() || check.what.find(but_of) != std::string::npos) continue;
+    text << check.scenario << ' ' << check.what << ' ' << check.value << '\n';
+  }
+  return text.str();
 }
 
-TEST(Accuracy, OneBeamInFiveWrongLeavesAtMostOneNodeInTwoHundredWrong) {
-  const TestDirectory folder;
-  const Scenario scenario = Small("spikes-20");
-  const SurveyRun run = RunScenario(scenario, folder.Path(), MParams());
-  EXPECT_LE(Of(JudgeFull(scenario, run), "quarro").wrong, 0.005);
+struct Judged {
+  explicit Judged(const Scenario& scenario)
+      : run(RunScenario(scenario, folder.Path(), MParams())),
+        full(JudgeFull(scenario, run)),
+        targets(TargetsOf(scenario, "full", full)),
+        checks(ChecksOf(scenario, run)) {}
+  TestDirectory folder;
+  SurveyRun run;
+  std::vector<MethodErrors> full;
+  std::vector<Check> targets;
+  std::vector<Check> checks;
+};
+
+TEST(Accuracy, FewSpikesLeaveTheErrorsNearTheOracles) {
+  for (const char* name : {"spikes-1", "spikes-5", "slope-10", "waves"}) {
+    const Judged judged(Small(name));
+    EXPECT_GT(Of(judged.full, "quarro").nodes, 10000U);
+    EXPECT_EQ(Of(judged.full, "quarro").without, 0U);
+    EXPECT_EQ(Missed(judged.targets), "");
+    EXPECT_EQ(Missed(judged.checks), "");
+  }
+}
+
+TEST(Accuracy, OneBeamInFiveWrongLeavesFewNodesWrongAndTheseMarked) {
+  const Judged judged(Small("spikes-20"));
+  EXPECT_EQ(judged.targets.size(), 2U);
+  EXPECT_EQ(Missed(judged.targets), "");
+}
+
+// Where a node met nothing but fish nobody knows the floor. A small survey has few nodes, so two
+// of them are more than one in 20,000.
+TEST(Accuracy, TheNeighboursOverruleFishAndCountsDoNot) {
+  const Judged asked(Small("fish"));
+  EXPECT_LE(Of(asked.full, "quarro").wrong, 1e-4);
+  EXPECT_LE(Of(asked.full, "quarro").rmse_m, 1.3 * Of(asked.full, "oracle").rmse_m);
+  const Judged counted(Small("fish-by-count"));
+  EXPECT_GT(Of(counted.full, "quarro").wrong, 10.0 * Of(asked.full, "quarro").wrong);
+  EXPECT_GT(Of(counted.full, "quarro").rmse_m, 3.0 * Of(asked.full, "quarro").rmse_m);
 }
 
 TEST(Accuracy, TheNeighboursOverruleFishAndKeepTheWreck) {
-  const TestDirectory folder;
-  const Scenario scenario = Small("fish-and-wreck");
-  const SurveyRun run = RunScenario(scenario, folder.Path(), MParams());
-  const auto full = JudgeFull(scenario, run);
-  EXPECT_LE(Of(full, "quarro").rmse_m, 1.3 * Of(full, "oracle").rmse_m);
-  const auto checks = ChecksOf(scenario, run);
-  ASSERT_FALSE(checks.empty());
-  EXPECT_EQ(checks.front().what, "least depth of the wreck less the true one, m");
-  EXPECT_LE(std::abs(checks.front().value), 0.3);
+  const Judged judged(Small("fish-and-wreck"));
+  EXPECT_EQ(Missed(judged.targets, "fish alone"), "");
+  EXPECT_EQ(judged.checks.front().what, "least depth of the wreck less the true one, m");
+  EXPECT_EQ(Missed(judged.checks, "share of rocks"), "");
+  EXPECT_EQ(judged.checks[1].what, "share of rocks whose least depth is 0.3 m too deep");
+  EXPECT_LE(judged.checks[1].value, 0.25);  // of eight
 }
 
 TEST(Accuracy, ALineThatIsOffGivesTwoHypotheses) {
+  const Judged judged(Small("offset"));
+  EXPECT_EQ(judged.checks[0].what, "share of shared nodes with two hypotheses");
+  EXPECT_GE(judged.checks[0].value, 0.85);
+  EXPECT_GE(judged.checks[1].value, 0.9);
+}
+
+// script/demo shows the errors of its own survey.
+TEST(Accuracy, TheDemosScenarioIsTheDemosSurvey) {
+  std::ifstream script(QUARRO_DEMO);
+  std::string text((std::istreambuf_iterator<char>(script)), {});
+  const auto begin = text.find("Quarro_Simulate\"");
+  ASSERT_NE(begin, std::string::npos);
+  std::istringstream words(text.substr(begin, text.find("\n\n", begin) - begin));
+  std::vector<std::string> arguments;
   const TestDirectory folder;
-  const Scenario scenario = Small("offset");
-  const SurveyRun run = RunScenario(scenario, folder.Path(), MParams());
-  const auto checks = ChecksOf(scenario, run);
-  ASSERT_GE(checks.size(), 2U);
-  EXPECT_EQ(checks[0].what, "share of shared nodes with two hypotheses");
-  EXPECT_GE(checks[0].value, 0.85);
-  EXPECT_GE(checks[1].value, 0.9);
+  const std::string lines = folder.Path() + "/lines";
+  for (std::string word; words >> word;) {
+    if (word == "\\") continue;
+    arguments.push_back(word == "\"$out/lines\"" ? lines : word);
+  }
+  std::vector<const char*> argv;
+  for (const std::string& argument : arguments) argv.push_back(argument.c_str());
+  std::ostringstream out;
+  ASSERT_EQ(simulate::Run(static_cast<int>(argv.size()), argv.data(), out, out), 0) << out.str();
+  for (const Scenario& scenario : Scenarios()) {
+    if (scenario.name != "demo") continue;
+    const std::string again = folder.Path() + "/again";
+    simulate::WriteSurvey(scenario.survey, again, 0, true);
+    for (std::uint32_t line = 0; line < scenario.survey.lines; ++line) {
+      const std::string name = "/" + simulate::LineFileName(line);
+      std::ifstream one(lines + name, std::ios::binary);
+      std::ifstream other(again + name, std::ios::binary);
+      ASSERT_TRUE(one && other) << name;
+      EXPECT_TRUE(std::equal(std::istreambuf_iterator<char>(one), {},
+                             std::istreambuf_iterator<char>(other), {}))
+          << name;
+    }
+    EXPECT_FALSE(
+        std::filesystem::exists(lines + "/" + simulate::LineFileName(scenario.survey.lines)));
+  }
 }
 
 }  // namespace

@@ -13,11 +13,14 @@ struct Check {
   std::string scenario;
   std::string what;
   double value = 0.0;
-  std::string wanted;
+  double least = 0.0;  // that is wanted
+  double most = 0.0;
+  bool Met() const { return value >= least && value <= most; }
 };
 
 // Those that concern this scenario:
 //  - with a wreck, how much its least reported depth at full resolution differs from the true one;
+//  - with rocks, the share of those whose least reported depth is 0.3 m deeper than the true one;
 //  - with lines that are off, of the nodes that took two soundings and more of both kinds of lines
 //    the share with two hypotheses and more, and the share with one for each floor within 1.96
 //    times its own sigma;

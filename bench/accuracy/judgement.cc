@@ -202,7 +202,12 @@ class Table {
     const Estimate oracle =
         Oracle(soundings, east_m, north_m, reach_m, {east_m, north_m, within_half_m});
     // Compared where all have a value; a node that only Quarro lacks is counted against it.
-    if (square.empty() || std::isnan(oracle.depth_m)) return;
+    if (square.empty()) return;
+    everywhere_.Add(own, truth_m);
+    if (std::isnan(oracle.depth_m)) {
+      ++blind_;
+      return;
+    }
     quarro_.Add(own, truth_m);
     oracle_.Add(oracle, truth_m);
     double sum = 0.0;
@@ -212,10 +217,18 @@ class Table {
   }
 
   std::vector<MethodErrors> Sum() {
-    return {{"quarro", quarro_.Sum(true)},
-            {"oracle", oracle_.Sum(true)},
-            {"median", median_.Sum(false)},
-            {"mean", mean_.Sum(false)}};
+    std::vector<MethodErrors> rows = {{"quarro", quarro_.Sum(true)},
+                                      {"oracle", oracle_.Sum(true)},
+                                      {"median", median_.Sum(false)},
+                                      {"mean", mean_.Sum(false)}};
+    for (MethodErrors& row : rows) {
+      row.errors.blind = blind_;
+      row.errors.rmse_everywhere_m = row.errors.wrong_everywhere = kNotANumber;
+    }
+    const Errors everywhere = everywhere_.Sum(true);
+    rows.front().errors.rmse_everywhere_m = everywhere.rmse_m;
+    rows.front().errors.wrong_everywhere = everywhere.wrong;
+    return rows;
   }
 
  private:
@@ -223,6 +236,8 @@ class Table {
   Tally oracle_;
   Tally median_;
   Tally mean_;
+  Tally everywhere_;
+  std::uint64_t blind_ = 0;
 };
 
 double NthNearest(const std::vector<Near>& soundings, const core::Position& node, double half_m,
@@ -254,7 +269,7 @@ core::CellIndex CellAt(const ResultDepth& result, const core::Lattice& lattice, 
 std::vector<MethodErrors> JudgeFull(const Scenario& scenario, const SurveyRun& run) {
   const core::Lattice lattice(scenario.resolution_m);
   Surroundings surroundings(run, lattice);
-  const double capture = core::EstimatorSettings{}.capture_radius;
+  const double capture = run.settings.estimator.capture_radius;
   Table table;
   const auto& grid = run.full->grid;
   for (std::uint32_t row = 0; row < grid.rows; ++row) {
@@ -284,7 +299,7 @@ std::vector<MethodErrors> JudgeFull(const Scenario& scenario, const SurveyRun& r
 std::vector<MethodErrors> JudgeLow(const Scenario& scenario, const SurveyRun& run) {
   const core::Lattice lattice(scenario.resolution_m);
   Surroundings surroundings(run, lattice);
-  const core::EstimatorSettings settings;
+  const core::EstimatorSettings& settings = run.settings.estimator;
   Table table;
   const auto& grid = run.low->grid;
   for (std::uint32_t row = 0; row < grid.rows; ++row) {

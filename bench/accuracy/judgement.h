@@ -13,6 +13,11 @@ namespace quarro::accuracy {
 struct Errors {
   std::uint64_t nodes = 0;    // with a value
   std::uint64_t without = 0;  // nodes inside coverage without one
+  // Nodes with no good sounding within reach. They are in none of the other figures, since there is
+  // no oracle to compare with, but in those `everywhere`, which only Quarro has.
+  std::uint64_t blind = 0;
+  double rmse_everywhere_m = 0.0;
+  double wrong_everywhere = 0.0;
   double rmse_m = 0.0;
   double median_m = 0.0;
   double p95_m = 0.0;
@@ -32,7 +37,7 @@ struct MethodErrors {
 // The oracle is the inverse-variance mean of the good soundings that the node captures, good being
 // within 5 standard uncertainties of the truth at the sounding's own place; block median and block
 // mean are of all soundings in the node's own square. A node is inside coverage when the square
-// holds a sounding.
+// holds a sounding. All methods are judged on the same nodes.
 std::vector<MethodErrors> JudgeFull(const Scenario& scenario, const SurveyRun& run);
 std::vector<MethodErrors> JudgeLow(const Scenario& scenario, const SurveyRun& run);
 

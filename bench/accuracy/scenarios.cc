@@ -4,13 +4,13 @@ namespace quarro::accuracy {
 
 namespace {
 
-// A small harbour survey: 0.8 million soundings, every place met by two lines.
+// A small survey: 2.7 million soundings, every place met by two lines.
 simulate::SurveyOptions Basic() {
   simulate::SurveyOptions survey;
   survey.seafloor = "flat";
   survey.depth_m = 30.0;
   survey.lines = 4;
-  survey.line_length_m = 300.0;
+  survey.line_length_m = 1000.0;
   survey.beams = 256;
   survey.overlap = 0.5;
   survey.ping_rate_hz = 8.0;
@@ -27,8 +27,8 @@ simulate::SurveyOptions Spiky(double spikes) {
   return survey;
 }
 
-simulate::SurveyOptions Slope(double slope, double depth_m) {
-  auto survey = Spiky(0.01);
+simulate::SurveyOptions Slope(double slope, double depth_m, double spikes) {
+  auto survey = Spiky(spikes);
   survey.seafloor = "slope";
   survey.slope = slope;
   survey.depth_m = depth_m;
@@ -57,7 +57,7 @@ simulate::SurveyOptions On(const char* seafloor, double spikes) {
 simulate::SurveyOptions Wreck() {
   auto survey = On("rocks", 0.01);
   survey.depth_m = 20.0;
-  survey.line_length_m = 150.0;
+  survey.line_length_m = 300.0;
   survey.rock_count = 0;
   return survey;
 }
@@ -73,15 +73,15 @@ simulate::SurveyOptions Quiet(simulate::SurveyOptions survey) {
 
 simulate::SurveyOptions FishAndWreck() {
   auto survey = Quiet(Wreck());
-  survey.line_length_m = 300.0;
-  survey.bursts = 8;
-  survey.rock_count = 20;
+  survey.line_length_m = 1000.0;
+  survey.bursts = 27;
+  survey.rock_count = 67;
   return survey;
 }
 
-simulate::SurveyOptions Fish() {
+simulate::SurveyOptions Fish(std::uint32_t schools_a_line) {
   auto survey = Quiet(Spiky(0.0));
-  survey.bursts = 12;
+  survey.bursts = schools_a_line;
   return survey;
 }
 
@@ -132,8 +132,9 @@ const std::vector<Scenario>& Scenarios() {
       {"spikes-1", "flat floor, 1 % spikes", Spiky(0.01), 16.0F, 0.5F},
       {"spikes-5", "flat floor, 5 % spikes", Spiky(0.05), 16.0F, 0.5F},
       {"spikes-20", "flat floor, 20 % spikes", Spiky(0.2), 16.0F, 0.5F},
-      {"slope-10", "slope of 10 %, 1 % spikes", Slope(0.1, 30.0), 16.0F, 0.5F},
-      {"slope-30", "slope of 30 %, 1 % spikes", Slope(0.3, 120.0), 32.0F, 0.5F},
+      {"slope-10", "slope of 10 %, 1 % spikes", Slope(0.1, 30.0, 0.01), 16.0F, 0.5F},
+      {"slope-30", "slope of 30 %, 1 % spikes", Slope(0.3, 120.0, 0.01), 32.0F, 0.5F},
+      {"slope-30-clean", "slope of 30 %, noise only", Slope(0.3, 120.0, 0.0), 32.0F, 0.5F},
       {"waves", "sand waves, 2 m high and 40 m long, 1 % spikes", On("waves", 0.01), 16.0F, 0.5F},
       {"scarp", "a step of 5 m, 1 % spikes", On("scarp", 0.01), 16.0F, 0.5F},
       {"mix", "slope, waves, rocks, wreck and step, 2 % spikes", On("mix", 0.02), 16.0F, 0.5F},
@@ -141,11 +142,12 @@ const std::vector<Scenario>& Scenarios() {
       {"canyon", "shelf of 500 m falling to 4,000 m, 1 % spikes", Canyon(), 400.0F, 10.0F},
       {"smile", "refraction on two lines, 1 % spikes", Smile(), 16.0F, 0.5F},
       {"offset", "one line 0.3 m off in 20 m", Offset(), 16.0F, 0.5F},
-      {"fish", "schools of fish at 0.7 of the depth", Fish(), 16.0F, 0.5F},
+      {"fish", "a school of fish on each 25 m of line", Fish(40), 16.0F, 0.5F},
       {"wreck", "a wreck 3 m high and 4 m wide in 20 m, 1 % spikes", Wreck(), 16.0F, 0.5F},
       {"demo", "the survey of the demo", Demo(), 32.0F, 0.5F},
       {"fish-and-wreck", "the wreck and rocks among fish, 1 % spikes", FishAndWreck(), 16.0F, 0.5F},
-      {"fish-by-count", "the same fish, by count alone", Fish(), 16.0F, 0.5F, true},
+      {"fish-by-count", "the same fish, by count alone", Fish(40), 16.0F, 0.5F, true},
+      {"few-by-count", "a school on each 100 m, by count alone", Fish(10), 16.0F, 0.5F, true},
       {"both-by-count", "fish and wreck, by count alone", FishAndWreck(), 16.0F, 0.5F, true},
   };
   return kAll;

@@ -83,8 +83,12 @@ SurveyRun RunScenario(const Scenario& scenario, const std::filesystem::path& fol
     files.push_back(lines + "/" + simulate::LineFileName(line));
   }
   SurveyRun run;
-  params.Set("Engine", "WorkingDirectory", folder.string());
   if (scenario.by_count) params.Set("Estimator", "AskNeighbours", "false");
+  run.settings = {.resolution_m = core::Lattice(scenario.resolution_m).spacing_m(),
+                  .min_resolution_m = core::Lattice(scenario.min_resolution_m).spacing_m(),
+                  .estimator = core::ReadEstimatorSettings(params),
+                  .refinement = core::ReadRefinementSettings(params)};
+  params.Set("Engine", "WorkingDirectory", folder.string());
   {
     SGDebugClient engine(params);
     engine.SetLogFilter(SlogLevel(4));

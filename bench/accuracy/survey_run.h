@@ -11,6 +11,7 @@
 #include "engine/results.h"
 #include "gridding/core/lattice.h"
 #include "gridding/core/packed_sounding.h"
+#include "gridding/core/settings.h"
 #include "simulate/seafloor.h"
 #include "simulate/survey_plan.h"
 #include "support/mparams.h"
@@ -18,6 +19,7 @@
 namespace quarro::accuracy {
 
 struct SurveyRun {
+  core::GridSettings settings;  // with which it was gridded
   std::unique_ptr<ResultDepth> low;
   std::unique_ptr<ResultDepth> full;
   std::unique_ptr<ResultHypos> hypotheses;  // of the refined nodes

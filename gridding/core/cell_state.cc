@@ -173,9 +173,11 @@ void LowResolutionEstimator::Estimate(CellState& state, EstimatorTrace* trace) {
   NodeSurroundings surroundings;
   surroundings.spacing_m = reach_m / settings_.estimator.capture_radius;
   const double unknown_slope = UnknownSlope(state.statistics);
-  surroundings.trend = steepness_.Checked(
+  const LocalTrend start = steepness_.Checked(
       soundings_, trend_finder_.Around(soundings_, reach_m, unknown_slope), unknown_slope);
-  surroundings.noise_scale = ScatterOf(soundings_, surroundings.trend);
+  surroundings.noise_scale = ScatterOf(soundings_, start, settings_.estimator);
+  surroundings.trend =
+      plane_fitter_.Slope(soundings_, start, surroundings.noise_scale, unknown_slope);
   estimator_.Estimate(soundings_, surroundings, state.low, trace);
 }
 

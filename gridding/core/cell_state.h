@@ -11,6 +11,7 @@
 #include "gridding/core/local_trend.h"
 #include "gridding/core/node_estimator.h"
 #include "gridding/core/packed_sounding.h"
+#include "gridding/core/plane_fit.h"
 #include "gridding/core/settings.h"
 
 namespace quarro::core {
@@ -59,7 +60,9 @@ class LowResolutionEstimator {
   explicit LowResolutionEstimator(const GridSettings& settings)
       : settings_(settings),
         estimator_(settings.estimator),
-        steepness_(settings.estimator.steep_sigmas, settings.estimator.huddle_share) {}
+        steepness_(settings.estimator.steep_sigmas, settings.estimator.huddle_share),
+        trend_finder_(settings.estimator),
+        plane_fitter_(settings.estimator) {}
   // Replaces state.low. `trace` may be null.
   void Estimate(CellState& state, EstimatorTrace* trace = nullptr);
 
@@ -70,6 +73,7 @@ class LowResolutionEstimator {
   NodeEstimator estimator_;
   SteepnessCheck steepness_;
   TrendFinder trend_finder_;
+  PlaneFitter plane_fitter_;
   std::vector<NodeSounding> soundings_;
 };
 

@@ -151,6 +151,75 @@ TEST(LowResolutionEstimator, OnASteepSlopeTheDepthAtTheNodeIsRightAndNotAmbiguou
   EXPECT_LE(hypotheses, static_cast<std::size_t>(1.1 * kCells));
 }
 
+// The edge of a survey crosses the cell: all soundings lie in its east, some of them spikes.
+struct EdgeResult {
+  double rms_m = 0.0;
+  double rms_of_mean_m = 0.0;
+  double covered = 0.0;
+};
+
+EdgeResult AtTheEdge(double slope, double spikes) {
+  const GridSettings settings = Settings(16.0, 0.5);
+  LowResolutionEstimator estimator(settings);
+  EdgeResult result;
+  constexpr unsigned kCells = 1000;
+  for (unsigned seed = 0; seed < kCells; ++seed) {
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<double> share(0.0, 1.0);
+    std::vector<PackedSounding> soundings;
+    double good_sum_m = 0.0;
+    double good = 0.0;
+    for (PackedSounding sounding : Scattered(seed, 100, 8.0, slope)) {
+      if (sounding.east_m < 3.0F) continue;
+      if (share(random) < spikes) {
+        sounding.depth_m -= 6.0F;
+      } else {
+        good_sum_m += sounding.depth_m;
+        good += 1.0;
+      }
+      soundings.push_back(sounding);
+    }
+    CellState state;
+    AddSoundings(soundings, 1, settings, state);
+    estimator.Estimate(state);
+    const double off_m = state.low.front().depth_m - 30.0;
+    const double mean_off_m = good_sum_m / good - 30.0;
+    result.rms_m += off_m * off_m;
+    result.rms_of_mean_m += mean_off_m * mean_off_m;
+    if (std::abs(off_m) <= 1.96 * std::sqrt(state.low.front().variance_m2)) result.covered += 1.0;
+  }
+  result.rms_m = std::sqrt(result.rms_m / kCells);
+  result.rms_of_mean_m = std::sqrt(result.rms_of_mean_m / kCells);
+  result.covered /= kCells;
+  return result;
+}
+
+TEST(LowResolutionEstimator, NoiseAndSpikesAreNotCarriedBeyondTheEdgeOfASurvey) {
+  const EdgeResult level = AtTheEdge(0.0, 0.05);
+  // Nobody knows that the floor is level there; the mean of the good soundings happens to be right.
+  EXPECT_LE(level.rms_m, 3.0 * level.rms_of_mean_m);
+  EXPECT_GE(level.covered, 0.93);
+}
+
+TEST(LowResolutionEstimator, ASlopeIsCarriedBeyondTheEdgeOfASurvey) {
+  const EdgeResult steep = AtTheEdge(0.3, 0.05);
+  EXPECT_LE(steep.rms_m, 0.5 * steep.rms_of_mean_m);
+  EXPECT_GE(steep.covered, 0.93);
+}
+
+TEST(LowResolutionEstimator, OneBeamInThreeWrongLeavesTheOthersTogether) {
+  int good = 0;
+  for (unsigned seed = 0; seed < 200; ++seed) {
+    auto soundings = Scattered(seed, 20, 2.0, 0.0);
+    for (std::size_t i = 0; i < soundings.size(); i += 3) soundings[i].depth_m -= 6.0F;
+    CellState state;
+    AddSoundings(soundings, 1, Settings(16.0, 0.5), state);
+    LowResolutionEstimator(Settings(16.0, 0.5)).Estimate(state);
+    if (std::abs(state.low.front().depth_m - 30.0) < 0.2) ++good;
+  }
+  EXPECT_GE(good, 190);
+}
+
 TEST(CellState, ReadsBackAsItWasWritten) {
   CellState state;
   const GridSettings settings = Settings(16.0, 0.5);

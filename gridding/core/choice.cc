@@ -26,10 +26,11 @@ const Hypothesis& BestSupported(std::span<const Hypothesis> hypotheses) {
   return *best;
 }
 
-bool IsAmbiguous(std::span<const Hypothesis> hypotheses, double ambiguous_share) {
+// Whether another hypothesis than the best supported has at least that share of its support.
+bool HasRival(std::span<const Hypothesis> hypotheses, double share) {
   const Hypothesis& best = BestSupported(hypotheses);
   return std::any_of(hypotheses.begin(), hypotheses.end(), [&](const Hypothesis& other) {
-    return &other != &best && other.sample_count >= ambiguous_share * best.sample_count;
+    return &other != &best && other.sample_count >= share * best.sample_count;
   });
 }
 
@@ -48,7 +49,7 @@ struct Expectation {
 class Inquiry {
  public:
   Inquiry(const RefinedNeighbourhood& cells, const GridSettings& settings, double reach_m)
-      : cells_(cells), settings_(settings), reach_m_(reach_m) {}
+      : cells_(cells), settings_(settings), reach_m_(reach_m), trend_finder_(settings.estimator) {}
 
   // `east_m` and `north_m` are of the cell's node. Nothing where there are too few witnesses.
   std::optional<Expectation> At(double east_m, double north_m) {
@@ -95,7 +96,7 @@ class Inquiry {
         if (away_east_m * away_east_m + away_north_m * away_north_m > reach_m_ * reach_m_) continue;
         const auto node = cell.Node(static_cast<std::size_t>(row) * cell.nodes_per_side +
                                     static_cast<std::size_t>(column));
-        if (node.empty() || IsAmbiguous(node, settings_.estimator.ambiguous_share)) continue;
+        if (node.empty() || HasRival(node, settings_.estimator.ambiguous_share)) continue;
         const Hypothesis& best = BestSupported(node);
         witnesses_.push_back(
             {away_east_m, away_north_m, best.depth_m, std::sqrt(best.variance_m2)});
@@ -134,12 +135,15 @@ class Inquiry {
   std::vector<double> depths_m_;
 };
 
-// Unless the hypothesis with most support agrees with the expectation, the nearest of the competing
-// ones that does comes first.
+// Unless the hypothesis with most support agrees with the expectation, or several lines have met
+// it, the nearest of the competing ones that agrees comes first.
 void MoveAgreeingToFront(std::span<Hypothesis> hypotheses, const Expectation& expected,
-                         double ambiguous_share) {
-  if (expected.Holds(hypotheses.front())) return;
-  const auto least = ambiguous_share * hypotheses.front().sample_count;
+                         const EstimatorSettings& estimator) {
+  const Hypothesis& first = hypotheses.front();
+  const bool met_again = first.several_lines != 0 &&
+                         first.sample_count >= static_cast<std::uint32_t>(estimator.kept_soundings);
+  if (met_again || expected.Holds(first)) return;
+  const auto least = estimator.competing_share * hypotheses.front().sample_count;
   std::size_t nearest = 0;
   for (std::size_t i = 1; i < hypotheses.size() && hypotheses[i].sample_count >= least; ++i) {
     if (expected.Holds(hypotheses[i]) &&
@@ -162,7 +166,7 @@ std::vector<std::pair<std::size_t, Expectation>> ExpectationsAtAmbiguousNodes(
   for (std::size_t node = 0; node + 1 < centre.first.size(); ++node) {
     const auto hypotheses = centre.Node(node);
     if (hypotheses.size() < 2) continue;
-    if (!IsAmbiguous(hypotheses, settings.estimator.ambiguous_share)) continue;
+    if (!HasRival(hypotheses, settings.estimator.competing_share)) continue;
     const std::size_t row = node / centre.nodes_per_side;
     const std::size_t column = node % centre.nodes_per_side;
     const auto expectation = inquiry.At(static_cast<double>(column) * spacing_m - edge_m,
@@ -185,7 +189,7 @@ void ChooseHypotheses(const RefinedNeighbourhood& cells, const GridSettings& set
     OrderBySupport(centre.MutableNode(node));
   }
   for (const auto& [node, expectation] : expected) {
-    MoveAgreeingToFront(centre.MutableNode(node), expectation, settings.estimator.ambiguous_share);
+    MoveAgreeingToFront(centre.MutableNode(node), expectation, settings.estimator);
   }
 }
 

@@ -67,9 +67,24 @@ TEST(ChooseHypotheses, ANodeWithOneHypothesisIsLeftAsItIs) {
   EXPECT_EQ(cell.Node(kMiddle)[0], wreck[0]);
 }
 
-TEST(ChooseHypotheses, ALoneSpikeDoesNotMakeANodeAmbiguous) {
+TEST(ChooseHypotheses, WhatTwoLinesHaveMetStays) {
   Refinement cell = Flat(30.0F);
-  const Hypothesis rock{28.0F, 0.01F, 11};
+  const Hypothesis rock{28.0F, 0.01F, 6, 1};
+  SetNode(cell, kMiddle, {rock, kFloor});
+  Choose(cell, Settings());
+  EXPECT_EQ(cell.Node(kMiddle)[0], rock);
+}
+
+TEST(ChooseHypotheses, SpikesThatTwoLinesAgreeOnByChanceAreOverruled) {
+  Refinement cell = Flat(30.0F);
+  SetNode(cell, kMiddle, {{28.0F, 0.01F, 3, 1}, {30.05F, 0.02F, 2}});
+  Choose(cell, Settings());
+  EXPECT_EQ(cell.Node(kMiddle)[0].depth_m, 30.05F);
+}
+
+TEST(ChooseHypotheses, ALoneSpikeDoesNotCompete) {
+  Refinement cell = Flat(30.0F);
+  const Hypothesis rock{28.0F, 0.01F, 21};
   const Hypothesis spike{30.0F, 0.05F, 1};
   SetNode(cell, kMiddle, {rock, spike});
   Choose(cell, Settings());

@@ -12,7 +12,8 @@ namespace quarro::core {
 struct Hypothesis {
   float depth_m = 0.0F;      // positive down
   float variance_m2 = 0.0F;  // of depth_m as an estimate
-  std::uint32_t sample_count = 0;
+  std::uint32_t sample_count : 31 = 0;
+  std::uint32_t several_lines : 1 = 0;  // 1 when its soundings are of several survey lines
   friend bool operator==(const Hypothesis&, const Hypothesis&) = default;
 };
 

@@ -7,12 +7,7 @@
 
 namespace quarro::core {
 
-namespace {
-
-// Fewer places tell nothing for certain.
-constexpr std::size_t kFewestPlaces = 16;
-
-}  // namespace
+namespace {}  // namespace
 
 void LineOffsets::Clear() {
   lines_.clear();
@@ -64,7 +59,7 @@ void LineOffsets::AddBlock(std::span<const NodeSounding> soundings, const LocalT
 void LineOffsets::Judge(Pair& pair) const {
   pair.real = false;
   const std::size_t places = pair.differences_m.size();
-  if (places < kFewestPlaces) return;
+  if (places < static_cast<std::size_t>(settings_.fewest_places)) return;
   const auto [offset_m, scatter_m] = CentreAndScatterOf(pair.differences_m);
   const double sigma_m =
       scatter_m * std::sqrt(kVarianceOfMedianOverMean / static_cast<double>(places));

@@ -9,10 +9,7 @@ namespace quarro::core {
 
 namespace {
 
-constexpr std::size_t kFewestPairs = 10;
-constexpr int kRounds = 5;
-// In units of the noise: a pair of good soundings hardly ever lies beyond.
-constexpr double kReachOfNoise = 3.5;
+constexpr std::size_t kPairsOfFirstGuess = 256;
 
 struct Slope {
   double value = 0.0;
@@ -30,7 +27,7 @@ struct Pairs {
 
 // Neighbours are `step` apart in the 3 x 3 array.
 template <typename Along, typename Across>
-Pairs PairsAlong(const std::array<BlockMedian, 9>& blocks, double block_m, std::size_t step,
+Pairs PairsAlong(const std::array<BlockMedian, 9>& blocks, double least_run_m, std::size_t step,
                  Along along_m, Across across_m) {
   Pairs pairs;
   double variance_sum = 0.0;
@@ -40,7 +37,7 @@ Pairs PairsAlong(const std::array<BlockMedian, 9>& blocks, double block_m, std::
     const BlockMedian& b = blocks[i + step];
     if (!a.filled || !b.filled) continue;
     const double run_m = along_m(b) - along_m(a);
-    if (run_m < 0.3 * block_m) continue;
+    if (run_m < least_run_m || run_m <= 0.0) continue;
     pairs.run_m[pairs.count] = run_m;
     pairs.across_m[pairs.count] = across_m(b) - across_m(a);
     pairs.rise_m[pairs.count] = b.depth_m - a.depth_m;
@@ -53,7 +50,7 @@ Pairs PairsAlong(const std::array<BlockMedian, 9>& blocks, double block_m, std::
 }
 
 // The slope along the axis, the slope `across` of the other one taken out.
-Slope SlopeOf(const Pairs& pairs, double across, double unknown_slope) {
+Slope SlopeOf(const Pairs& pairs, double across, double unknown_slope, double trend_sigmas) {
   const double unknown = unknown_slope * unknown_slope;
   if (pairs.count < 2) return {.value = 0.0, .variance = unknown};
   std::array<double, 6> slopes;
@@ -61,25 +58,27 @@ Slope SlopeOf(const Pairs& pairs, double across, double unknown_slope) {
     slopes[i] = (pairs.rise_m[i] - across * pairs.across_m[i]) / pairs.run_m[i];
   }
   const double slope = MedianOf(std::span(slopes).first(pairs.count));
-  const double kept = slope == 0.0 ? 0.0 : std::max(0.0, 1.0 - pairs.variance / (slope * slope));
+  const double doubted = trend_sigmas * trend_sigmas * pairs.variance;
+  const double kept = slope == 0.0 ? 0.0 : std::max(0.0, 1.0 - doubted / (slope * slope));
   return {.value = slope * kept, .variance = std::min(pairs.variance, unknown)};
 }
 
 }  // namespace
 
 LocalTrend TrendAcross(const std::array<BlockMedian, 9>& blocks, double block_m,
-                       double unknown_slope) {
+                       double unknown_slope, const EstimatorSettings& settings) {
   const auto east = [](const BlockMedian& block) { return block.east_m; };
   const auto north = [](const BlockMedian& block) { return block.north_m; };
-  const Pairs eastward = PairsAlong(blocks, block_m, 1, east, north);
-  const Pairs northward = PairsAlong(blocks, block_m, 3, north, east);
+  const double least_run_m = settings.least_run * block_m;
+  const Pairs eastward = PairsAlong(blocks, least_run_m, 1, east, north);
+  const Pairs northward = PairsAlong(blocks, least_run_m, 3, north, east);
   LocalTrend trend;
   // Mean positions of neighbours differ a little across the axis too: a second round takes that
   // out.
   for (int round = 0; round < 2; ++round) {
     const LocalTrend before = trend;
-    const Slope to_east = SlopeOf(eastward, before.north, unknown_slope);
-    const Slope to_north = SlopeOf(northward, before.east, unknown_slope);
+    const Slope to_east = SlopeOf(eastward, before.north, unknown_slope, settings.trend_sigmas);
+    const Slope to_north = SlopeOf(northward, before.east, unknown_slope, settings.trend_sigmas);
     trend = {.east = to_east.value,
              .north = to_north.value,
              .east_variance = to_east.variance,
@@ -92,19 +91,30 @@ void NoiseScale::Add(double difference_m, double variance_sum_m2) {
   ratios_.push_back(std::abs(difference_m) / std::sqrt(variance_sum_m2));
 }
 
-// Spikes are in up to two of three pairs, so the median is taken again of what lies within reach of
-// the noise that it told, until it settles.
+// Any hundreds of the pairs tell enough for a first guess.
+double NoiseScale::FirstGuess() {
+  const std::size_t step = std::max<std::size_t>(1, ratios_.size() / kPairsOfFirstGuess);
+  some_.clear();
+  for (std::size_t i = 0; i < ratios_.size(); i += step) some_.push_back(ratios_[i]);
+  const auto quartile = some_.begin() + static_cast<std::ptrdiff_t>(some_.size() / 4);
+  std::nth_element(some_.begin(), quartile, some_.end());
+  return std::max(1.0, *quartile / kLowerQuartileMagnitudeOfNormal);
+}
+
+// Spikes are in up to two of three pairs, so the lower quartile tells the noise at first, and then
+// the median of what lies within reach of the noise so told, until it settles.
 double NoiseScale::Value() {
-  if (ratios_.size() < kFewestPairs) return 1.0;
+  if (ratios_.size() < static_cast<std::size_t>(settings_.fewest_pairs)) return 1.0;
+  double scale = FirstGuess();
   std::span<double> within(ratios_);
-  double scale = 1.0;
-  for (int round = 0; round < kRounds; ++round) {
-    scale = std::max(1.0, MedianOf(within) / kMedianMagnitudeOfNormal);
-    const auto end = std::partition(within.begin(), within.end(),
-                                    [&](double ratio) { return ratio <= kReachOfNoise * scale; });
+  for (int round = 0; round < settings_.scatter_rounds; ++round) {
+    const auto end = std::partition(within.begin(), within.end(), [&](double ratio) {
+      return ratio <= settings_.spike_sigmas * scale;
+    });
     const auto count = static_cast<std::size_t>(end - within.begin());
-    if (count == within.size()) break;
+    if (round > 0 && count == within.size()) break;
     within = within.first(count);
+    scale = std::max(1.0, MedianOf(within) / kMedianMagnitudeOfNormal);
   }
   return scale;
 }
@@ -147,7 +157,7 @@ LocalTrend TrendFinder::Around(std::span<const NodeSounding> soundings, double r
   for (const NodeSounding& sounding : soundings) blocks_[block_of(sounding)].push_back(sounding);
   std::array<BlockMedian, 9> medians;
   for (std::size_t i = 0; i < medians.size(); ++i) medians[i] = median_finder_.Of(blocks_[i]);
-  return TrendAcross(medians, block_m, unknown_slope);
+  return TrendAcross(medians, block_m, unknown_slope, settings_);
 }
 
 // The median of the gaps between depths next to each other, the slope taken out: how far apart
@@ -208,8 +218,9 @@ void AddDifferences(std::span<const NodeSounding> soundings, const LocalTrend& t
   }
 }
 
-double ScatterOf(std::span<const NodeSounding> soundings, const LocalTrend& trend) {
-  NoiseScale scale;
+double ScatterOf(std::span<const NodeSounding> soundings, const LocalTrend& trend,
+                 const EstimatorSettings& settings) {
+  NoiseScale scale(settings);
   AddDifferences(soundings, trend, scale);
   return scale.Value();
 }

@@ -32,10 +32,11 @@ class BlockMedianFinder {
 // the south-west: medians of the slopes between blocks next to each other (Theil and Sen's
 // estimator over neighbours), so that one bad block has no say. A slope g known with variance v is
 // taken as g max(0, 1 - v / g^2) (the positive-part rule of James and Stein for one mean): what
-// noise explains is no slope, and a clear slope stays as it is. Along an axis with fewer than two
+// noise explains is no slope, and a clear slope stays as it is (v times the square of
+// `trend_sigmas`). Along an axis with fewer than two
 // pairs the slope is zero; its variance is never more than the square of `unknown_slope`.
 LocalTrend TrendAcross(const std::array<BlockMedian, 9>& blocks, double block_m,
-                       double unknown_slope);
+                       double unknown_slope, const EstimatorSettings& settings);
 
 // The slope of a plane that would give depths over a square of `side_m`, of which
 // `covered_fraction` has data, the standard deviation `depth_deviation_m`.
@@ -46,6 +47,7 @@ double SlopeOfRelief(double depth_deviation_m, double side_m, double covered_fra
 // (von Neumann's successive differences, made robust).
 class NoiseScale {
  public:
+  explicit NoiseScale(const EstimatorSettings& settings) : settings_(settings) {}
   void Clear() { ratios_.clear(); }
   // The difference, the trend taken out, and the sum of both variances.
   void Add(double difference_m, double variance_sum_m2);
@@ -53,20 +55,29 @@ class NoiseScale {
   double Value();
 
  private:
+  double FirstGuess();
+
+  EstimatorSettings settings_;
   std::vector<double> ratios_;
+  std::vector<double> some_;
 };
 
 // One thread an object, which keeps its working memory.
 class TrendFinder {
  public:
+  explicit TrendFinder(const EstimatorSettings& settings) : settings_(settings) {}
   // Trend of all soundings within `reach_m` of a node, taken as 3 x 3 blocks around it.
   LocalTrend Around(std::span<const NodeSounding> soundings, double reach_m, double unknown_slope);
 
  private:
+  EstimatorSettings settings_;
   std::array<std::vector<NodeSounding>, 9> blocks_;
   BlockMedianFinder median_finder_;
 };
-double ScatterOf(std::span<const NodeSounding> soundings, const LocalTrend& trend);
+
+// Of the soundings of one node.
+double ScatterOf(std::span<const NodeSounding> soundings, const LocalTrend& trend,
+                 const EstimatorSettings& settings);
 
 // Tells a steep seafloor from a jump between two depths, which neighbouring block medians do not:
 // beside a school of fish or on the edge of a wreck they rise as on a slope, but the soundings of a

@@ -68,5 +68,18 @@ TEST(SteepnessCheck, OneSoundingOrNoneKeepsTheTrend) {
   EXPECT_EQ(Check().Checked(std::span(soundings).first(1), steep, kUnknownSlope).east, 8.0);
 }
 
+// Each spike spoils two pairs: one sounding in three leaves one pair in three.
+TEST(NoiseScale, IsThatOfTheGoodSoundingsWhereTwoPairsInThreeHoldASpike) {
+  std::mt19937 random(5);
+  std::normal_distribution<double> noise(0.0, kSigma_m);
+  std::vector<NodeSounding> soundings;
+  for (int i = 0; i < 600; ++i) {
+    const double spike_m = i % 3 == 1 ? -3.0 - 0.01 * i : 0.0;
+    soundings.push_back({.depth_m = static_cast<float>(30.0 + spike_m + noise(random)),
+                         .sigma_v_m = static_cast<float>(kSigma_m)});
+  }
+  EXPECT_NEAR(ScatterOf(soundings, {}, EstimatorSettings{}), 1.0, 0.2);
+}
+
 }  // namespace
 }  // namespace quarro::core

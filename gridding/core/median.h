@@ -7,6 +7,7 @@ namespace quarro::core {
 
 // Of a standard normal deviate.
 inline constexpr double kMedianMagnitudeOfNormal = 0.6744897501960817;
+inline constexpr double kLowerQuartileMagnitudeOfNormal = 0.31863936396437514;
 // Of normal deviates, for large counts: pi / 2.
 inline constexpr double kVarianceOfMedianOverMean = 1.5707963267948966;
 

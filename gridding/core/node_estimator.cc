@@ -26,6 +26,7 @@ void NodeEstimator::Estimate(std::span<const NodeSounding> soundings,
   for (const NodeSounding& sounding : soundings) values_.push_back(ValueAt(sounding, surroundings));
   for (std::size_t i = 0; i < soundings.size(); ++i) {
     if (i != 0 && soundings[i].line != soundings[i - 1].line) Drain();
+    line_ = soundings[i].line;
     Queue(static_cast<std::uint32_t>(i));
   }
   Drain();
@@ -33,10 +34,30 @@ void NodeEstimator::Estimate(std::span<const NodeSounding> soundings,
   for (const Track& track : tracks_) {
     hypotheses.push_back({.depth_m = static_cast<float>(track.Depth()),
                           .variance_m2 = static_cast<float>(track.Variance(trend_)),
-                          .sample_count = track.sums.count});
+                          .sample_count = track.sums.count,
+                          .several_lines = track.lines.count > 1 ? 1U : 0U});
   }
+  KeepWithin(soundings, hypotheses);
   OrderBySupport(hypotheses);
   if (hypotheses.size() > kMostHypotheses) hypotheses.resize(kMostHypotheses);
+}
+
+// A trend carried to the node must not tell of depths that nobody met.
+void NodeEstimator::KeepWithin(std::span<const NodeSounding> soundings,
+                               HypothesisList& hypotheses) const {
+  if (soundings.empty() || (trend_.east == 0.0 && trend_.north == 0.0)) return;
+  float shallowest_m = soundings.front().depth_m;
+  float deepest_m = shallowest_m;
+  for (const NodeSounding& sounding : soundings) {
+    shallowest_m = std::min(shallowest_m, sounding.depth_m);
+    deepest_m = std::max(deepest_m, sounding.depth_m);
+  }
+  for (Hypothesis& hypothesis : hypotheses) {
+    const float depth_m = std::clamp(hypothesis.depth_m, shallowest_m, deepest_m);
+    const float moved_m = depth_m - hypothesis.depth_m;
+    hypothesis.depth_m = depth_m;
+    hypothesis.variance_m2 += moved_m * moved_m;
+  }
 }
 
 NodeEstimator::Value NodeEstimator::ValueAt(const NodeSounding& sounding,
@@ -92,8 +113,7 @@ void NodeEstimator::Take(const Value& value) {
   double innovation = 0.0;
   for (std::size_t i = 0; i < tracks_.size(); ++i) {
     const Track& track = tracks_[i];
-    const double e =
-        (value.depth_m - track.Depth()) / std::sqrt(track.Variance(trend_) + value.fit_variance);
+    const double e = Innovation(track, value);
     if (best == tracks_.size() || std::abs(e) < std::abs(innovation)) {
       best = i;
       innovation = e;
@@ -107,6 +127,7 @@ void NodeEstimator::Take(const Value& value) {
   Track& track = tracks_[best];
   const double depth_m = value.depth_m - track.origin_m;
   track.sums.Add(depth_m, value);
+  track.lines.Add(line_);
   Monitor(track.deeper, innovation, depth_m, value);
   Monitor(track.shoaler, -innovation, depth_m, value);
   if (BreakAway(track, track.deeper) || BreakAway(tracks_[best], tracks_[best].shoaler)) {
@@ -116,9 +137,21 @@ void NodeEstimator::Take(const Value& value) {
   }
 }
 
+double NodeEstimator::Innovation(const Track& track, const Value& value) const {
+  const Sums& sums = track.sums;
+  const double share = 1.0 / sums.weight;
+  const double east_m = value.east_m - sums.east * share;
+  const double north_m = value.north_m - sums.north * share;
+  const double variance_m2 = sums.variance * share * share + trend_.VarianceOver(east_m, north_m);
+  const double depth_m = track.origin_m + sums.depth * share;
+  return (value.depth_m - depth_m) / std::sqrt(variance_m2 + value.fit_variance);
+}
+
 void NodeEstimator::Found(const Value& value) {
-  tracks_.push_back({.origin_m = value.depth_m, .sums = {}, .deeper = {}, .shoaler = {}});
+  tracks_.push_back(
+      {.origin_m = value.depth_m, .sums = {}, .lines = {}, .deeper = {}, .shoaler = {}});
   tracks_.back().sums.Add(0.0, value);
+  tracks_.back().lines.Add(line_);
 }
 
 void NodeEstimator::Monitor(Run& run, double excess, double depth_m, const Value& value) const {
@@ -127,6 +160,7 @@ void NodeEstimator::Monitor(Run& run, double excess, double depth_m, const Value
   if (run.evidence <= 0.0) {
     run = {};
   } else {
+    run.lines.Add(line_);
     run.sums.Add(depth_m, value);
   }
 }
@@ -137,7 +171,11 @@ bool NodeEstimator::BreakAway(Track& track, Run& run) {
   if (run.evidence <= settings_.run_evidence || run.sums.count == track.sums.count) return false;
   // What is left must be more than the rounding of what is taken away.
   if (track.sums.weight - run.sums.weight <= kLeastShareLeft * track.sums.weight) return false;
-  const Track founded{.origin_m = track.origin_m, .sums = run.sums, .deeper = {}, .shoaler = {}};
+  const Track founded{.origin_m = track.origin_m,
+                      .sums = run.sums,
+                      .lines = run.lines,
+                      .deeper = {},
+                      .shoaler = {}};
   track.sums.Subtract(run.sums);
   track.deeper = {};
   track.shoaler = {};
@@ -165,9 +203,7 @@ void NodeEstimator::Sums::Subtract(const Sums& other) {
 }
 
 double NodeEstimator::Track::Variance(const LocalTrend& trend) const {
-  return (sums.variance + trend.east_variance * sums.east * sums.east +
-          trend.north_variance * sums.north * sums.north) /
-         (sums.weight * sums.weight);
+  return (sums.variance + trend.VarianceOver(sums.east, sums.north)) / (sums.weight * sums.weight);
 }
 
 void NodeEstimator::TraceTake(const Value& value, std::size_t track, double innovation,

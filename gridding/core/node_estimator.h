@@ -1,6 +1,7 @@
 // The depth of one node from the soundings around it, as one or several hypotheses.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -27,6 +28,12 @@ struct LocalTrend {
   double north = 0.0;
   double east_variance = 0.0;
   double north_variance = 0.0;
+  double covariance = 0.0;  // of east and north
+  // Of the depth that the slope makes of so long a way. Rounding takes it below no zero.
+  double VarianceOver(double east_m, double north_m) const {
+    return std::max(0.0, east_variance * east_m * east_m + north_variance * north_m * north_m +
+                             2.0 * covariance * east_m * north_m);
+  }
 };
 
 // What is known of a node's surroundings before its own soundings are weighed.
@@ -87,14 +94,25 @@ class NodeEstimator {
     void Add(double depth_m, const Value& value);
     void Subtract(const Sums& other);
   };
+  // Of which survey lines some values are.
+  struct Lines {
+    std::uint32_t last = 0;
+    std::uint32_t count = 0;
+    void Add(std::uint32_t line) {
+      if (count == 0 || line != last) ++count;
+      last = line;
+    }
+  };
   // Values on one side of the forecast, since the evidence against it last was none.
   struct Run {
     double evidence = 0.0;
     Sums sums;
+    Lines lines;
   };
   struct Track {
     double origin_m = 0.0;
     Sums sums;
+    Lines lines;
     Run deeper;
     Run shoaler;
     double Depth() const { return origin_m + sums.depth / sums.weight; }
@@ -104,7 +122,9 @@ class NodeEstimator {
   Value ValueAt(const NodeSounding& sounding, const NodeSurroundings& surroundings) const;
   void Queue(std::uint32_t value);
   void Drain();
+  void KeepWithin(std::span<const NodeSounding> soundings, HypothesisList& hypotheses) const;
   void Take(const Value& value);
+  double Innovation(const Track& track, const Value& value) const;
   void Found(const Value& value);
   void Monitor(Run& run, double excess, double depth_m, const Value& value) const;
   bool BreakAway(Track& track, Run& run);
@@ -112,6 +132,7 @@ class NodeEstimator {
 
   EstimatorSettings settings_;
   EstimatorTrace* trace_ = nullptr;
+  std::uint32_t line_ = 0;  // of the values that are taken
   LocalTrend trend_;
   // A value that waits, by its place in values_.
   struct Waiting {

@@ -61,6 +61,59 @@ TEST(NodeEstimator, TheTrendCarriesSoundingsToTheNode) {
   EXPECT_NEAR(hypotheses[0].depth_m, 20.0, 1e-5);
 }
 
+// All of them lie eight metres aside, on a slope of which nothing is known: the depth of the node
+// is uncertain by metres, but what they say of each other is not.
+TEST(NodeEstimator, ASpikeAmongSoundingsBesideTheNodeIsNoneOfTheirs) {
+  NodeSurroundings surroundings;
+  surroundings.spacing_m = 10.0;
+  surroundings.trend.east_variance = 0.09;
+  const HypothesisList hypotheses =
+      Estimate({At(8.0F, 0, 20.0F), At(8.1F, 0, 20.1F), At(8.2F, 0, 14.0F), At(8.1F, 0, 19.9F)},
+               surroundings);
+  ASSERT_EQ(hypotheses.size(), 2U);
+  EXPECT_EQ(hypotheses[0].sample_count, 3U);
+  EXPECT_NEAR(hypotheses[0].depth_m, 20.0, 0.1);
+  EXPECT_NEAR(std::sqrt(hypotheses[0].variance_m2), 8.1 * 0.3, 0.1);
+}
+
+TEST(NodeEstimator, ErrorsOfTheSlopeThatHangTogetherCarryTogether) {
+  NodeSurroundings surroundings;
+  surroundings.trend.east_variance = 0.04;
+  surroundings.trend.north_variance = 0.09;
+  surroundings.trend.covariance = -0.05;
+  const HypothesisList hypotheses = Estimate({At(2.0F, 1.0F, 20.0F)}, surroundings);
+  // 0.1^2 + 0.04 * 4 + 0.09 - 2 * 0.05 * 2
+  EXPECT_NEAR(hypotheses[0].variance_m2, 0.06, 1e-6);
+}
+
+TEST(NodeEstimator, AHypothesisTellsWhetherSeveralLinesHaveMetIt) {
+  const auto of_lines = [](const std::vector<std::uint32_t>& lines) {
+    std::vector<NodeSounding> soundings;
+    for (const std::uint32_t line : lines) {
+      soundings.push_back(At(0, 0, 20.0F));
+      soundings.back().line = line;
+    }
+    const HypothesisList hypotheses = Estimate(soundings);
+    EXPECT_EQ(hypotheses.size(), 1U);
+    return hypotheses.front().several_lines;
+  };
+  EXPECT_EQ(of_lines({4, 4, 4, 4}), 0U);
+  EXPECT_EQ(of_lines({0, 0}), 0U);
+  EXPECT_EQ(of_lines({4, 4, 4, 7}), 1U);
+  EXPECT_EQ(of_lines({0, 1}), 1U);
+}
+
+TEST(NodeEstimator, ADepthIsOneOfThoseSounded) {
+  NodeSurroundings surroundings;
+  surroundings.trend.east = 2.0;
+  const HypothesisList hypotheses =
+      Estimate({At(0.5F, 0, 21.0F), At(0.4F, 0, 20.8F)}, surroundings);
+  ASSERT_EQ(hypotheses.size(), 1U);
+  EXPECT_EQ(hypotheses[0].depth_m, 20.8F);
+  // What was moved, from 20.0 m, is uncertain.
+  EXPECT_NEAR(hypotheses[0].variance_m2, 0.005 + 0.64, 0.01);
+}
+
 TEST(NodeEstimator, EarlySpikesDoNotFoundTheReportedHypothesis) {
   std::mt19937 random(7);
   std::vector<NodeSounding> soundings = {At(0, 0, 5.0F), At(0, 0, 35.0F), At(0, 0, 9.0F)};

@@ -8,13 +8,7 @@
 
 namespace quarro::core {
 
-namespace {
-
-// Fewer tell nothing of a cell's relief.
-constexpr double kFewestMedians = 9.0;
-constexpr std::size_t kPlacesForOffsets = 512;
-
-}  // namespace
+namespace {}  // namespace
 
 void CellRefiner::Refine(std::uint32_t nodes_per_side, const Neighbourhood& cells, Refinement& out,
                          EstimatorTrace* trace, std::size_t traced_node) {
@@ -219,7 +213,7 @@ double CellRefiner::UnknownSlope() const {
       square_sum_m2 += off_m * (median.depth_m - mean_m);
     }
   }
-  if (count < kFewestMedians) return settings_.estimator.unknown_slope;
+  if (count < settings_.estimator.fewest_blocks) return settings_.estimator.unknown_slope;
   const double covered = count / static_cast<double>(trends_.size());
   return std::min(
       settings_.estimator.unknown_slope,
@@ -235,7 +229,8 @@ void CellRefiner::FindTrends() {
       for (std::size_t i = 0; i < blocks.size(); ++i) {
         blocks[i] = medians_[(row + i / 3) * buckets_ + column + i % 3];
       }
-      trends_[row * side_ + column] = TrendAcross(blocks, spacing_m_, unknown_slope);
+      trends_[row * side_ + column] =
+          TrendAcross(blocks, spacing_m_, unknown_slope, settings_.estimator);
     }
   }
 }
@@ -255,7 +250,8 @@ void CellRefiner::FindNoise() {
 void CellRefiner::FindLineOffsets() {
   offsets_.Clear();
   const std::size_t nodes = trends_.size();
-  const std::size_t step = std::max<std::size_t>(1, nodes / kPlacesForOffsets);
+  const std::size_t step =
+      std::max<std::size_t>(1, nodes / static_cast<std::size_t>(settings_.estimator.offset_places));
   for (std::size_t node = 0; node < nodes; node += step) {
     const std::size_t bucket = (node / side_ + 1) * buckets_ + node % side_ + 1;
     offsets_.AddBlock(Bucket(bucket), trends_[node]);

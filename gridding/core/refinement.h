@@ -48,7 +48,8 @@ class CellRefiner {
       : settings_(settings),
         estimator_(settings.estimator),
         offsets_(settings.estimator),
-        steepness_(settings.estimator.steep_sigmas, settings.estimator.huddle_share) {}
+        steepness_(settings.estimator.steep_sigmas, settings.estimator.huddle_share),
+        noise_(settings.estimator) {}
 
   // `nodes_per_side` of at least 2. Nodes near the edge take soundings of the neighbours too; those
   // of one line come before those of the next whichever cell they lie in. `traced_node` is the

@@ -19,21 +19,45 @@ struct EstimatorSettings {
   // Evidence (natural logarithm of the Bayes factor) for the shifted model, gathered over a run of
   // soundings on one side, that ends a hypothesis's claim on the soundings that follow.
   double run_evidence = 5.0;
-  // Most that the seafloor's slope is thought to deviate from what the soundings around a node
-  // tell. Below it, the relief of the whole cell sets the bound.
+  // Standard deviation of the seafloor's slope where the soundings around a node tell nothing of
+  // it. Where the relief of the whole cell explains less, that is taken.
   double unknown_slope = 0.3;
+  // Of a refined node's trend a slope of fewer of its standard uncertainties is none. Blocks whose
+  // centres are closer along an axis, in sides of a block, tell nothing of it.
+  double trend_sigmas = 1.0;
+  double least_run = 0.3;
+  // Block medians of a cell from which its relief bounds the unknown slope.
+  int fewest_blocks = 9;
+  // The same for the slope at a low-resolution node, and how its plane is fitted: standard
+  // uncertainties from which a sounding counts for nothing, and rounds.
+  double slope_sigmas = 2.0;
+  double biweight_sigmas = 4.685;
+  int plane_rounds = 3;
+  // Scatter: pairs of soundings that tell it, times of the noise from which a pair holds a spike,
+  // and rounds in which it settles.
+  int fewest_pairs = 10;
+  double spike_sigmas = 3.5;
+  int scatter_rounds = 5;
   // Soundings wanted around a low-resolution node before its reach shrinks.
   int low_resolution_soundings = 60;
   // True: an ambiguous node reports the hypothesis that agrees with its unambiguous neighbours.
   // False: the one with most soundings.
   bool ask_neighbours = true;
-  // A node is ambiguous when the runner-up has at least this share of the first one's soundings.
+  // A node is ambiguous, and no witness for others, when the runner-up has at least this share of
+  // the first one's soundings; with the other share it competes, so that neighbours are asked.
   double ambiguous_share = 0.1;
+  double competing_share = 0.05;
+  // A hypothesis of so many soundings, and of several survey lines, is not overruled.
+  int kept_soundings = 4;
   // Neighbours are asked within this many node spacings, and heeded when there are enough of them.
   double neighbour_reach = 5.0;
   int fewest_neighbours = 8;
   // A hypothesis agrees with its neighbours within this many standard deviations of both.
   double agreement_sigmas = 4.0;
+  // Offsets between the lines of a cell: places at which they are compared, and how many of both
+  // lines tell anything.
+  int offset_places = 512;
+  int fewest_places = 16;
   // An offset between two lines of a cell is real beyond this many of its standard uncertainties.
   double offset_sigmas = 6.0;
   // A real offset matters at a node beyond this many standard uncertainties of the difference
@@ -72,11 +96,24 @@ void VisitEstimatorSettings(Settings& settings, const Visitor& visit) {
   visit("UnknownSlope", settings.unknown_slope, 0.0, 10.0);
   visit("SteepSigmas", settings.steep_sigmas, 0.0, 1000.0);
   visit("HuddleShare", settings.huddle_share, 0.0, 1.0);
+  visit("TrendSigmas", settings.trend_sigmas, 0.0, 1000.0);
+  visit("LeastRun", settings.least_run, 0.0, 1.0);
+  visit("FewestBlocks", settings.fewest_blocks, 2, 1000);
+  visit("SlopeSigmas", settings.slope_sigmas, 0.0, 1000.0);
+  visit("BiweightSigmas", settings.biweight_sigmas, 1.0, 1000.0);
+  visit("PlaneRounds", settings.plane_rounds, 1, 100);
+  visit("FewestPairs", settings.fewest_pairs, 4, 1000);
+  visit("SpikeSigmas", settings.spike_sigmas, 1.0, 1000.0);
+  visit("ScatterRounds", settings.scatter_rounds, 1, 100);
   visit("LowResolutionSoundings", settings.low_resolution_soundings, 1, 10000);
+  visit("OffsetPlaces", settings.offset_places, 1, 1000000);
+  visit("FewestPlaces", settings.fewest_places, 2, 1000000);
   visit("OffsetSigmas", settings.offset_sigmas, 1.0, 1000.0);
   visit("SplitSigmas", settings.split_sigmas, 0.0, 1000.0);
   visit("AskNeighbours", settings.ask_neighbours, false, true);
   visit("AmbiguousShare", settings.ambiguous_share, 0.0, 1.0);
+  visit("CompetingShare", settings.competing_share, 0.0, 1.0);
+  visit("KeptSoundings", settings.kept_soundings, 1, 1000);
   visit("NeighbourReach", settings.neighbour_reach, 1.0, 100.0);
   visit("FewestNeighbours", settings.fewest_neighbours, 1, 1000);
   visit("AgreementSigmas", settings.agreement_sigmas, 0.1, 1000.0);

@@ -1,6 +1,8 @@
 #include "gridding/core/settings.h"
 
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -28,13 +30,17 @@ TEST(EstimatorSettings, TakeWhatTheParametersSay) {
 
 TEST(EstimatorSettings, EveryOneIsAParameter) {
   const EstimatorSettings fallback;
-  std::vector<std::string> keys;
-  VisitEstimatorSettings(fallback,
-                         [&](const char* key, auto, auto, auto) { keys.emplace_back(key); });
-  for (const std::string& key : keys) {
+  std::vector<std::pair<std::string, std::string>> greatest;
+  VisitEstimatorSettings(fallback, [&](const char* key, auto value, auto, auto most) {
+    if constexpr (std::is_same_v<decltype(value), bool>) {
+      greatest.emplace_back(key, value ? "false" : "true");
+    } else {
+      greatest.emplace_back(key, std::to_string(most));
+    }
+  });
+  for (const auto& [key, text] : greatest) {
     MParams params;
-    params.Set("Estimator", key, key == "AskNeighbours" ? "false" : "1");
-    if (key == "CaptureRadius" || key == "HuddleShare") params.Set("Estimator", key, "0.625");
+    params.Set("Estimator", key, text);
     const EstimatorSettings read = ReadEstimatorSettings(params);
     std::vector<std::string> changed;
     std::vector<double> defaults;

@@ -24,7 +24,7 @@ void WriteExactly(const std::string& path, double east_shift_m, double north_shi
   std::normal_distribution<double> noise(0.0, 0.1);
   std::uniform_int_distribution<int> place(0, 40 * 256);
   std::ofstream out(path);
-  out.precision(12);
+  out.precision(17);
   for (int i = 0; i < 12000; ++i) {
     const double east_m = place(random) / 256.0;
     const double north_m = place(random) / 256.0;
@@ -51,23 +51,83 @@ Surface SurfaceOf(const std::string& path, const FreshDirectory& directory,
   return {Depth(client, bounds), Hypotheses(client, bounds)};
 }
 
-TEST(Properties, ASurveyMovedByWholeCellsGivesTheSameSurfaceMoved) {
-  const FreshDirectory directory;
-  constexpr double kEast_m = 37 * kCell_m;
-  constexpr double kNorth_m = -12 * kCell_m;
-  WriteExactly(directory / "here.xyz", 0.0, 0.0);
-  WriteExactly(directory / "there.xyz", kEast_m, kNorth_m);
-  const Surface here = SurfaceOf(directory / "here.xyz", directory, "here");
-  const Surface there = SurfaceOf(directory / "there.xyz", directory, "there");
-  EXPECT_EQ(there.depth->bounds.west(), here.depth->bounds.west() + kEast_m);
-  EXPECT_EQ(there.depth->bounds.north(), here.depth->bounds.north() + kNorth_m);
-  ASSERT_EQ(there.hypotheses->count, here.hypotheses->count);
-  ASSERT_GT(here.hypotheses->count, 1000U);
-  for (std::uint64_t i = 0; i < here.hypotheses->count; ++i) {
-    const NodalHypos& a = here.hypotheses->nodes[i];
-    const NodalHypos& b = there.hypotheses->nodes[i];
+void ExpectSame(const NodalDepth& moved, const NodalDepth& estimate) {
+  EXPECT_EQ(moved.depth_m, estimate.depth_m);
+  EXPECT_EQ(moved.variance_m2, estimate.variance_m2);
+  EXPECT_EQ(moved.hypothesis_count, estimate.hypothesis_count);
+  EXPECT_EQ(moved.hypothesis_strength, estimate.hypothesis_strength);
+}
+
+void ExpectSame(const DepthCell& moved, const DepthCell& cell) {
+  EXPECT_EQ(moved.resolution_m, cell.resolution_m);
+  ExpectSame(moved.estimate, cell.estimate);
+  ASSERT_EQ(moved.refinement == nullptr, cell.refinement == nullptr);
+  if (cell.refinement == nullptr) return;
+  const RefinementBlock& block = *cell.refinement;
+  ASSERT_EQ(moved.refinement->nodes_a, block.nodes_a);
+  ASSERT_EQ(moved.refinement->nodes_b, block.nodes_b);
+  for (std::uint32_t i = 0; i < block.nodes_a * block.nodes_b; ++i) {
+    ExpectSame(moved.refinement->nodes[i].estimate, block.nodes[i].estimate);
+    EXPECT_EQ(moved.refinement->nodes[i].sample_count, block.nodes[i].sample_count);
+  }
+}
+
+class MovedSurvey : public ::testing::Test {
+ protected:
+  // So far that single precision, which has the place of each sounding in its cell, would not do
+  // for its place on the map.
+  static constexpr double kEast_m = 50'037 * kCell_m;
+  static constexpr double kNorth_m = 511'987 * kCell_m;
+
+  MovedSurvey() {
+    WriteExactly(directory_ / "here.xyz", 0.0, 0.0);
+    WriteExactly(directory_ / "there.xyz", kEast_m, kNorth_m);
+    here_ = SurfaceOf(directory_ / "here.xyz", directory_, "here");
+    there_ = SurfaceOf(directory_ / "there.xyz", directory_, "there");
+  }
+
+  const FreshDirectory directory_;
+  Surface here_;
+  Surface there_;
+};
+
+TEST_F(MovedSurvey, ByWholeCellsHasTheSameDepthsMoved) {
+  EXPECT_EQ(there_.depth->bounds.west(), here_.depth->bounds.west() + kEast_m);
+  EXPECT_EQ(there_.depth->bounds.south(), here_.depth->bounds.south() + kNorth_m);
+  EXPECT_EQ(there_.depth->bounds.east(), here_.depth->bounds.east() + kEast_m);
+  EXPECT_EQ(there_.depth->bounds.north(), here_.depth->bounds.north() + kNorth_m);
+  const ResultGrid<DepthCell>& here = here_.depth->grid;
+  const ResultGrid<DepthCell>& there = there_.depth->grid;
+  ASSERT_EQ(there.rows, here.rows);
+  ASSERT_EQ(there.columns, here.columns);
+  std::uint32_t with_depth = 0;
+  std::uint32_t refined = 0;
+  for (std::uint32_t row = 0; row < here.rows; ++row) {
+    for (std::uint32_t column = 0; column < here.columns; ++column) {
+      SCOPED_TRACE("row " + std::to_string(row) + " column " + std::to_string(column));
+      const DepthCell& cell = here.At(row, column);
+      ASSERT_NO_FATAL_FAILURE(ExpectSame(there.At(row, column), cell));
+      if (cell.estimate.depth_m != kNoDepth) ++with_depth;
+      if (cell.refinement != nullptr) ++refined;
+    }
+  }
+  // 40 m of survey in cells of 10 m, of which half stand out at either end.
+  EXPECT_EQ(with_depth, 25U);
+  EXPECT_EQ(refined, 25U);
+}
+
+TEST_F(MovedSurvey, ByWholeCellsHasTheSameHypothesesMoved) {
+  const ResultHypos& here = *here_.hypotheses;
+  const ResultHypos& there = *there_.hypotheses;
+  ASSERT_EQ(there.count, here.count);
+  ASSERT_GT(here.count, 1000U);
+  for (std::uint64_t i = 0; i < here.count; ++i) {
+    const NodalHypos& a = here.nodes[i];
+    const NodalHypos& b = there.nodes[i];
     ASSERT_DOUBLE_EQ(b.easting_m, a.easting_m + kEast_m);
     ASSERT_DOUBLE_EQ(b.northing_m, a.northing_m + kNorth_m);
+    ASSERT_EQ(b.resolution_m, a.resolution_m);
+    ASSERT_EQ(b.hypothesis_strength, a.hypothesis_strength);
     ASSERT_EQ(b.count, a.count);
     for (std::uint32_t k = 0; k < a.count; ++k) {
       ASSERT_EQ(b.hypotheses[k].depth_m, a.hypotheses[k].depth_m);

@@ -27,7 +27,7 @@ std::string RefinementSettingsText(const core::GridSettings& settings) {
   std::ostringstream text;
   text.imbue(std::locale::classic());
   text.precision(17);
-  text << "method 2";
+  text << "method 3";
   const auto write = [&](const char* key, auto value, auto /*least*/, auto /*most*/) {
     text << "; " << key << ' ' << value;
   };

@@ -71,7 +71,7 @@ TEST(ParameterTable, TheManualTellsWhatTheEngineAllows) {
         << row.key;
     ++told;
   }
-  EXPECT_EQ(told, 28);  // of numbers and flags
+  EXPECT_EQ(told, 41);  // of numbers and flags
 }
 
 // Those of section Network have a test beside their reading.
