@@ -5,22 +5,10 @@
 
 #include <gmock/gmock.h>
 
+#include "gridding/core/test_node.h"
+
 namespace quarro::core {
 namespace {
-
-NodeSounding At(float east_m, float north_m, float depth_m, float sigma_v_m = 0.1F,
-                float sigma_h_m = 0.0F) {
-  return {east_m, north_m, depth_m, sigma_v_m, sigma_h_m, 0};
-}
-
-HypothesisList Estimate(const std::vector<NodeSounding>& soundings,
-                        const NodeSurroundings& surroundings = {},
-                        EstimatorTrace* trace = nullptr) {
-  NodeEstimator estimator{EstimatorSettings{}};
-  HypothesisList hypotheses;
-  estimator.Estimate(soundings, surroundings, hypotheses, trace);
-  return hypotheses;
-}
 
 std::vector<NodeSounding> Noisy(std::mt19937& random, int count, float depth_m, float sigma_m) {
   std::normal_distribution<float> noise(0.0F, sigma_m);
@@ -200,15 +188,9 @@ TEST(NodeEstimator, TwiceTheVarianceAndRootTwoTheResidualsKeepTheHypotheses) {
   }
 }
 
-class Recorder : public EstimatorTrace {
- public:
-  void Step(const std::string& line) override { lines.push_back(line); }
-  std::vector<std::string> lines;
-};
-
 TEST(NodeEstimator, ATraceTellsEachStepInALine) {
   Recorder recorder;
-  Estimate({At(0, 0, 20.0F), At(0, 0, 20.1F), At(0, 0, 5.0F)}, {}, &recorder);
+  Estimate({At(0, 0, 20.0F), At(0, 0, 20.1F), At(0, 0, 5.0F)}, {}, {}, &recorder);
   ASSERT_EQ(recorder.lines.size(), 3U);
   EXPECT_EQ(
       recorder.lines[0],

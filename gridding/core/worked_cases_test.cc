@@ -6,24 +6,10 @@
 
 #include <gmock/gmock.h>
 
-#include "gridding/core/node_estimator.h"
+#include "gridding/core/test_node.h"
 
 namespace quarro::core {
 namespace {
-
-NodeSounding At(float east_m, float north_m, float depth_m, float sigma_v_m = 0.1F,
-                float sigma_h_m = 0.0F) {
-  return {east_m, north_m, depth_m, sigma_v_m, sigma_h_m, 0};
-}
-
-HypothesisList Estimate(const std::vector<NodeSounding>& soundings,
-                        const NodeSurroundings& surroundings = {},
-                        const EstimatorSettings& settings = {}) {
-  NodeEstimator estimator{settings};
-  HypothesisList hypotheses;
-  estimator.Estimate(soundings, surroundings, hypotheses);
-  return hypotheses;
-}
 
 // Soundings are taken as they come, which tells what each of them does.
 EstimatorSettings WithoutQueue() {
@@ -154,12 +140,6 @@ TEST(NodeEstimator, EvidenceThatFallsBelowNothingStartsAfresh) {
   EXPECT_EQ(hypotheses[1].sample_count, 3U);
 }
 
-class Recorder : public EstimatorTrace {
- public:
-  void Step(const std::string& line) override { lines.push_back(line); }
-  std::vector<std::string> lines;
-};
-
 // An innovation of 1.996 makes 1.5 * 1.996 - 1.125 = 1.869; one of -0.984 takes 1.476 + 1.125 from
 // it, which leaves nothing, and makes 1.476 - 1.125 = 0.351 on the other side.
 TEST(NodeEstimator, ATraceTellsTheEvidenceOfBothSides) {
@@ -167,10 +147,8 @@ TEST(NodeEstimator, ATraceTellsTheEvidenceOfBothSides) {
   Append(soundings, 1, 1.996F);
   Append(soundings, 1, -0.984F);
   Append(soundings, 1, 1.996F);
-  NodeEstimator estimator{WithoutQueue()};
-  HypothesisList hypotheses;
   Recorder recorder;
-  estimator.Estimate(soundings, {}, hypotheses, &recorder);
+  Estimate(soundings, {}, WithoutQueue(), &recorder);
   ASSERT_EQ(recorder.lines.size(), 4U);
   EXPECT_THAT(recorder.lines[0], testing::EndsWith("evidence 0.00 0.00"));
   EXPECT_THAT(recorder.lines[1], testing::HasSubstr("innovation 2.00 joins"));
