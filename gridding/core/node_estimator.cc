@@ -35,7 +35,7 @@ void NodeEstimator::Estimate(std::span<const NodeSounding> soundings,
     hypotheses.push_back({.depth_m = static_cast<float>(track.Depth()),
                           .variance_m2 = static_cast<float>(track.Variance(trend_)),
                           .sample_count = track.sums.count,
-                          .several_lines = track.lines.count > 1 ? 1U : 0U});
+                          .several_lines = track.first_line != track.last_line ? 1U : 0U});
   }
   KeepWithin(soundings, hypotheses);
   OrderBySupport(hypotheses);
@@ -127,7 +127,7 @@ void NodeEstimator::Take(const Value& value) {
   Track& track = tracks_[best];
   const double depth_m = value.depth_m - track.origin_m;
   track.sums.Add(depth_m, value);
-  track.lines.Add(line_);
+  track.last_line = line_;
   Monitor(track.deeper, innovation, depth_m, value);
   Monitor(track.shoaler, -innovation, depth_m, value);
   if (BreakAway(track, track.deeper) || BreakAway(tracks_[best], tracks_[best].shoaler)) {
@@ -148,10 +148,13 @@ double NodeEstimator::Innovation(const Track& track, const Value& value) const {
 }
 
 void NodeEstimator::Found(const Value& value) {
-  tracks_.push_back(
-      {.origin_m = value.depth_m, .sums = {}, .lines = {}, .deeper = {}, .shoaler = {}});
+  tracks_.push_back({.origin_m = value.depth_m,
+                     .sums = {},
+                     .first_line = line_,
+                     .last_line = line_,
+                     .deeper = {},
+                     .shoaler = {}});
   tracks_.back().sums.Add(0.0, value);
-  tracks_.back().lines.Add(line_);
 }
 
 void NodeEstimator::Monitor(Run& run, double excess, double depth_m, const Value& value) const {
@@ -160,7 +163,7 @@ void NodeEstimator::Monitor(Run& run, double excess, double depth_m, const Value
   if (run.evidence <= 0.0) {
     run = {};
   } else {
-    run.lines.Add(line_);
+    if (run.sums.count == 0) run.first_line = line_;
     run.sums.Add(depth_m, value);
   }
 }
@@ -173,7 +176,8 @@ bool NodeEstimator::BreakAway(Track& track, Run& run) {
   if (track.sums.weight - run.sums.weight <= kLeastShareLeft * track.sums.weight) return false;
   const Track founded{.origin_m = track.origin_m,
                       .sums = run.sums,
-                      .lines = run.lines,
+                      .first_line = run.first_line,
+                      .last_line = line_,
                       .deeper = {},
                       .shoaler = {}};
   track.sums.Subtract(run.sums);

@@ -69,8 +69,9 @@ class NodeEstimator {
  public:
   explicit NodeEstimator(const EstimatorSettings& settings) : settings_(settings) {}
 
-  // `soundings` in the order in which they are taken; the caller has captured them. The result is
-  // in order of support and empty without soundings. `trace` may be null.
+  // `soundings` in the order in which they are taken, those of a line together; the caller has
+  // captured them. The result is in order of support and empty without soundings. `trace` may be
+  // null.
   void Estimate(std::span<const NodeSounding> soundings, const NodeSurroundings& surroundings,
                 HypothesisList& hypotheses, EstimatorTrace* trace = nullptr);
 
@@ -94,25 +95,17 @@ class NodeEstimator {
     void Add(double depth_m, const Value& value);
     void Subtract(const Sums& other);
   };
-  // Of which survey lines some values are.
-  struct Lines {
-    std::uint32_t last = 0;
-    std::uint32_t count = 0;
-    void Add(std::uint32_t line) {
-      if (count == 0 || line != last) ++count;
-      last = line;
-    }
-  };
   // Values on one side of the forecast, since the evidence against it last was none.
   struct Run {
     double evidence = 0.0;
     Sums sums;
-    Lines lines;
+    std::uint32_t first_line = 0;
   };
   struct Track {
     double origin_m = 0.0;
     Sums sums;
-    Lines lines;
+    std::uint32_t first_line = 0;
+    std::uint32_t last_line = 0;
     Run deeper;
     Run shoaler;
     double Depth() const { return origin_m + sums.depth / sums.weight; }
