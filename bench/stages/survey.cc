@@ -19,6 +19,7 @@ constexpr std::uint32_t kCopiesPerSide = 4;
 simulate::SurveyOptions Options() {
   simulate::SurveyOptions options;
   options.seafloor = "mix";
+  options.canyon_depth_m = 1.0;  // none
   options.depth_m = 40.0;
   options.lines = 4;
   options.line_length_m = 200.0;

@@ -34,6 +34,12 @@ bool HasRival(std::span<const Hypothesis> hypotheses, double share) {
   });
 }
 
+// What several lines have met stays, whatever the neighbours say.
+bool IsMetAgain(const Hypothesis& hypothesis, const EstimatorSettings& estimator) {
+  return hypothesis.several_lines != 0 &&
+         hypothesis.sample_count >= static_cast<std::uint32_t>(estimator.kept_soundings);
+}
+
 // What the nodes around lead one to expect at a node, and how far they differ from it themselves.
 struct Expectation {
   double depth_m;
@@ -135,14 +141,11 @@ class Inquiry {
   std::vector<double> depths_m_;
 };
 
-// Unless the hypothesis with most support agrees with the expectation, or several lines have met
-// it, the nearest of the competing ones that agrees comes first.
+// Unless the hypothesis with most support agrees with the expectation, the nearest of the competing
+// ones that does comes first.
 void MoveAgreeingToFront(std::span<Hypothesis> hypotheses, const Expectation& expected,
                          const EstimatorSettings& estimator) {
-  const Hypothesis& first = hypotheses.front();
-  const bool met_again = first.several_lines != 0 &&
-                         first.sample_count >= static_cast<std::uint32_t>(estimator.kept_soundings);
-  if (met_again || expected.Holds(first)) return;
+  if (expected.Holds(hypotheses.front())) return;
   const auto least = estimator.competing_share * hypotheses.front().sample_count;
   std::size_t nearest = 0;
   for (std::size_t i = 1; i < hypotheses.size() && hypotheses[i].sample_count >= least; ++i) {
@@ -156,8 +159,8 @@ void MoveAgreeingToFront(std::span<Hypothesis> hypotheses, const Expectation& ex
               hypotheses.begin() + static_cast<std::ptrdiff_t>(nearest) + 1);
 }
 
-// What to expect at each ambiguous node of the centre cell that has witnesses enough.
-std::vector<std::pair<std::size_t, Expectation>> ExpectationsAtAmbiguousNodes(
+// What to expect at each node of the centre cell that asks and has witnesses enough.
+std::vector<std::pair<std::size_t, Expectation>> ExpectationsAtAskingNodes(
     const RefinedNeighbourhood& cells, const GridSettings& settings, const Refinement& centre) {
   const double spacing_m = settings.resolution_m / centre.nodes_per_side;
   const double edge_m = 0.5 * settings.resolution_m - 0.5 * spacing_m;
@@ -167,6 +170,7 @@ std::vector<std::pair<std::size_t, Expectation>> ExpectationsAtAmbiguousNodes(
     const auto hypotheses = centre.Node(node);
     if (hypotheses.size() < 2) continue;
     if (!HasRival(hypotheses, settings.estimator.competing_share)) continue;
+    if (IsMetAgain(BestSupported(hypotheses), settings.estimator)) continue;
     const std::size_t row = node / centre.nodes_per_side;
     const std::size_t column = node % centre.nodes_per_side;
     const auto expectation = inquiry.At(static_cast<double>(column) * spacing_m - edge_m,
@@ -183,7 +187,7 @@ void ChooseHypotheses(const RefinedNeighbourhood& cells, const GridSettings& set
   // Answers are gathered before any list is touched, so that no choice hangs on another.
   std::vector<std::pair<std::size_t, Expectation>> expected;
   if (settings.estimator.ask_neighbours) {
-    expected = ExpectationsAtAmbiguousNodes(cells, settings, centre);
+    expected = ExpectationsAtAskingNodes(cells, settings, centre);
   }
   for (std::size_t node = 0; node + 1 < centre.first.size(); ++node) {
     OrderBySupport(centre.MutableNode(node));
