@@ -73,8 +73,24 @@ TEST(Accuracy, FewSpikesLeaveTheErrorsNearTheOracles) {
     const Judged judged(Small(name));
     EXPECT_GT(Of(judged.full, "quarro").nodes, 10000U);
     EXPECT_EQ(Of(judged.full, "quarro").without, 0U);
+    EXPECT_EQ(judged.targets.size(), 7U);
     EXPECT_EQ(Missed(judged.targets), "");
     EXPECT_EQ(Missed(judged.checks), "");
+  }
+}
+
+TEST(Accuracy, LowResolutionIsNearTheOraclesAndItsSigmasAreHonest) {
+  for (const char* name : {"spikes-5", "slope-30-clean"}) {
+    const Scenario scenario = Small(name);
+    const TestDirectory folder;
+    const SurveyRun run = RunScenario(scenario, folder.Path(), MParams());
+    const auto low = JudgeLow(scenario, run);
+    EXPECT_GT(Of(low, "quarro").nodes, 80U);
+    EXPECT_EQ(Of(low, "quarro").without, 0U);
+    EXPECT_LE(Of(low, "quarro").rmse_m, 1.1 * Of(low, "oracle").rmse_m) << name;
+    EXPECT_LE(Of(low, "quarro").median_m, 1.2 * Of(low, "oracle").median_m) << name;
+    EXPECT_GE(Of(low, "quarro").covered, 0.9) << name;
+    EXPECT_LE(Of(low, "quarro").covered, 0.99) << name;
   }
 }
 

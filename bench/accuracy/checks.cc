@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <set>
+#include <stdexcept>
 #include <utility>
 
 #include "gridding/core/cell_state.h"
@@ -89,6 +90,7 @@ void CheckRocks(const Scenario& scenario, const SurveyRun& run, std::vector<Chec
     shown += 1.0;
     if (least_m > run.seafloor->DepthAt(middle) + kTooDeep_m) flattened += 1.0;
   }
+  if (shown == 0.0) return;
   checks.push_back({scenario.name, "share of rocks whose least depth is 0.3 m too deep",
                     flattened / shown, 0.0, 0.1});
 }
@@ -120,6 +122,7 @@ void CheckOffset(const Scenario& scenario, const SurveyRun& run, std::vector<Che
     if (AnyNear(node, true_m) && AnyNear(node, true_m + scenario.survey.offset_m))
       both_right += 1.0;
   }
+  if (doubled == 0.0) throw std::runtime_error("no node has met both kinds of lines");
   checks.push_back(
       {scenario.name, "share of shared nodes with two hypotheses", doubled / nodes, 0.9, 1.0});
   // 0.95 squared.

@@ -38,7 +38,7 @@ class Targets {
     if (survey.spikes <= kFewSpikes && survey.offset_lines.empty()) WantNearness();
     if (survey.spikes > kFewSpikes) {
       Want("wrong nodes", quarro_.wrong, 0.0, 1.0 / 200.0);
-      Want("wrong nodes that are marked", quarro_.wrong_marked, 0.5, 1.0);
+      if (quarro_.wrong > 0.0) Want("wrong nodes that are marked", quarro_.wrong_marked, 0.5, 1.0);
     }
     if (survey.bursts > 0 && level_ == "full") {
       Want("RMSE over the oracle's", quarro_.rmse_m / oracle_.rmse_m, 0.0, kNearTheOracleAmongFish);

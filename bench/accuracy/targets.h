@@ -13,6 +13,7 @@ namespace quarro::accuracy {
 //    block median's, and the share within 1.96 sigma;
 //  - with one beam in five wrong, the share of wrong nodes, and of these the share that is marked;
 //  - among fish, the share of wrong nodes and the root mean square error over the oracle's;
+//  - among fish by count alone, the share of wrong nodes;
 //  - on slopes without spikes, hypotheses a low-resolution node.
 std::vector<Check> TargetsOf(const Scenario& scenario, const std::string& level,
                              const std::vector<MethodErrors>& table);

@@ -143,10 +143,11 @@ void AddSoundings(std::span<const PackedSounding> soundings, std::uint32_t line,
   DropBeyondReach(settings, state);
 }
 
-// A few soundings tell nothing of the relief.
+// A few soundings, or a small part of the cell, tell nothing of its relief.
 double LowResolutionEstimator::UnknownSlope(const CellStatistics& statistics) const {
   if (statistics.soundings <
-      static_cast<std::uint64_t>(settings_.estimator.low_resolution_soundings)) {
+          static_cast<std::uint64_t>(settings_.estimator.low_resolution_soundings) ||
+      std::popcount(statistics.occupancy) < settings_.estimator.fewest_blocks) {
     return settings_.estimator.unknown_slope;
   }
   return std::min(settings_.estimator.unknown_slope,

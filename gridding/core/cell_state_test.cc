@@ -207,6 +207,29 @@ TEST(LowResolutionEstimator, ASlopeIsCarriedBeyondTheEdgeOfASurvey) {
   EXPECT_GE(steep.covered, 0.93);
 }
 
+// A survey that ends in the corner of a cell: noise over a metre is no relief.
+TEST(LowResolutionEstimator, SoundingsInACornerTellNoSlopeOfTheCell) {
+  const GridSettings settings = Settings(32.0, 0.5);
+  LowResolutionEstimator estimator(settings);
+  int covered = 0;
+  constexpr unsigned kCells = 300;
+  for (unsigned seed = 0; seed < kCells; ++seed) {
+    std::vector<PackedSounding> soundings;
+    for (PackedSounding sounding : Scattered(seed, 200, 0.5, 0.3)) {
+      sounding.east_m += 14.5F;
+      sounding.north_m += 14.5F;
+      sounding.depth_m += 0.3F * 14.5F;
+      soundings.push_back(sounding);
+    }
+    CellState state;
+    AddSoundings(soundings, 1, settings, state);
+    estimator.Estimate(state);
+    const Hypothesis& best = state.low.front();
+    if (std::abs(best.depth_m - 30.0) <= 1.96 * std::sqrt(best.variance_m2)) ++covered;
+  }
+  EXPECT_GE(covered, 270);
+}
+
 TEST(LowResolutionEstimator, OneBeamInThreeWrongLeavesTheOthersTogether) {
   int good = 0;
   for (unsigned seed = 0; seed < 200; ++seed) {

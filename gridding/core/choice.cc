@@ -99,7 +99,9 @@ class Inquiry {
       for (long column = first_column; column <= last_column; ++column) {
         const double away_east_m = static_cast<double>(column) * spacing_m - edge_m - east_m;
         const double away_north_m = static_cast<double>(row) * spacing_m - edge_m - north_m;
-        if (away_east_m * away_east_m + away_north_m * away_north_m > reach_m_ * reach_m_) continue;
+        const double away_squared = away_east_m * away_east_m + away_north_m * away_north_m;
+        // None is its own witness.
+        if (away_squared == 0.0 || away_squared > reach_m_ * reach_m_) continue;
         const auto node = cell.Node(static_cast<std::size_t>(row) * cell.nodes_per_side +
                                     static_cast<std::size_t>(column));
         if (node.empty() || HasRival(node, settings_.estimator.ambiguous_share)) continue;

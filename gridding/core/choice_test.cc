@@ -82,6 +82,20 @@ TEST(ChooseHypotheses, SpikesThatTwoLinesAgreeOnByChanceAreOverruled) {
   EXPECT_EQ(cell.Node(kMiddle)[0].depth_m, 30.05F);
 }
 
+// Of 14 soundings against one the node is no ambiguous one, but it asks others than itself.
+TEST(ChooseHypotheses, ANodeIsNotItsOwnWitness) {
+  const Hypothesis many{28.0F, 0.01F, 14};
+  for (const int wanted : {79, 80, 81}) {
+    Refinement cell = Flat(30.0F);
+    SetNode(cell, kMiddle, {many, {30.0F, 0.05F, 1}});
+    GridSettings settings = Settings();
+    settings.estimator.neighbour_reach = 20.0;  // all 80 others of the cell
+    settings.estimator.fewest_neighbours = wanted;
+    Choose(cell, settings);
+    EXPECT_EQ(cell.Node(kMiddle)[0].depth_m, wanted <= 80 ? 30.0F : 28.0F) << wanted;
+  }
+}
+
 TEST(ChooseHypotheses, ALoneSpikeDoesNotCompete) {
   Refinement cell = Flat(30.0F);
   const Hypothesis rock{28.0F, 0.01F, 21};

@@ -7,8 +7,6 @@
 
 namespace quarro::core {
 
-namespace {}  // namespace
-
 void LineOffsets::Clear() {
   lines_.clear();
   groups_.clear();

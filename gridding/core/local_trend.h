@@ -31,10 +31,10 @@ class BlockMedianFinder {
 // The slope across a 3 x 3 neighbourhood of blocks with sides of `block_m`, in row-major order from
 // the south-west: medians of the slopes between blocks next to each other (Theil and Sen's
 // estimator over neighbours), so that one bad block has no say. A slope g known with variance v is
-// taken as g max(0, 1 - v / g^2) (the positive-part rule of James and Stein for one mean): what
-// noise explains is no slope, and a clear slope stays as it is (v times the square of
-// `trend_sigmas`). Along an axis with fewer than two
-// pairs the slope is zero; its variance is never more than the square of `unknown_slope`.
+// taken as g max(0, 1 - trend_sigmas^2 v / g^2) (the positive-part rule of James and Stein for one
+// mean): what noise explains is no slope, and a clear slope stays as it is. Along an axis with
+// fewer than two pairs the slope is zero; its variance is never more than the square of
+// `unknown_slope`.
 LocalTrend TrendAcross(const std::array<BlockMedian, 9>& blocks, double block_m,
                        double unknown_slope, const EstimatorSettings& settings);
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 
 namespace quarro::core {
 
@@ -127,9 +128,9 @@ void NodeEstimator::Take(const Value& value) {
   Track& track = tracks_[best];
   const double depth_m = value.depth_m - track.origin_m;
   track.sums.Add(depth_m, value);
-  track.last_line = line_;
-  Monitor(track.deeper, innovation, depth_m, value);
-  Monitor(track.shoaler, -innovation, depth_m, value);
+  const std::uint32_t line_before = std::exchange(track.last_line, line_);
+  Monitor(track.deeper, innovation, depth_m, value, line_before);
+  Monitor(track.shoaler, -innovation, depth_m, value, line_before);
   if (BreakAway(track, track.deeper) || BreakAway(tracks_[best], tracks_[best].shoaler)) {
     if (trace_ != nullptr) TraceTake(value, tracks_.size() - 1, innovation, "and its run found");
   } else if (trace_ != nullptr) {
@@ -157,13 +158,17 @@ void NodeEstimator::Found(const Value& value) {
   tracks_.back().sums.Add(0.0, value);
 }
 
-void NodeEstimator::Monitor(Run& run, double excess, double depth_m, const Value& value) const {
+void NodeEstimator::Monitor(Run& run, double excess, double depth_m, const Value& value,
+                            std::uint32_t line_before) const {
   const double h = settings_.shift_sigmas;
   run.evidence += h * excess - 0.5 * h * h;
   if (run.evidence <= 0.0) {
     run = {};
   } else {
-    if (run.sums.count == 0) run.first_line = line_;
+    if (run.sums.count == 0) {
+      run.first_line = line_;
+      run.line_before = line_before;
+    }
     run.sums.Add(depth_m, value);
   }
 }
@@ -181,6 +186,7 @@ bool NodeEstimator::BreakAway(Track& track, Run& run) {
                       .deeper = {},
                       .shoaler = {}};
   track.sums.Subtract(run.sums);
+  track.last_line = run.line_before;  // a run is the last that its track took
   track.deeper = {};
   track.shoaler = {};
   tracks_.push_back(founded);

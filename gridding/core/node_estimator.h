@@ -100,6 +100,7 @@ class NodeEstimator {
     double evidence = 0.0;
     Sums sums;
     std::uint32_t first_line = 0;
+    std::uint32_t line_before = 0;  // of the value that its track took before it
   };
   struct Track {
     double origin_m = 0.0;
@@ -119,7 +120,8 @@ class NodeEstimator {
   void Take(const Value& value);
   double Innovation(const Track& track, const Value& value) const;
   void Found(const Value& value);
-  void Monitor(Run& run, double excess, double depth_m, const Value& value) const;
+  void Monitor(Run& run, double excess, double depth_m, const Value& value,
+               std::uint32_t line_before) const;
   bool BreakAway(Track& track, Run& run);
   void TraceTake(const Value& value, std::size_t track, double innovation, const char* what);
 

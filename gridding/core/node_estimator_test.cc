@@ -91,6 +91,18 @@ TEST(NodeEstimator, AHypothesisTellsWhetherSeveralLinesHaveMetIt) {
   EXPECT_EQ(of_lines({0, 1}), 1U);
 }
 
+// The second line breaks away from the first as a run.
+TEST(NodeEstimator, LinesThatPartWereMetByOneEach) {
+  std::vector<NodeSounding> soundings(6, At(0, 0, 20.0F));
+  soundings.resize(12, At(0, 0, 20.35F));
+  for (std::size_t i = 0; i < soundings.size(); ++i) soundings[i].line = i < 6 ? 1 : 2;
+  const HypothesisList hypotheses = Estimate(soundings);
+  ASSERT_EQ(hypotheses.size(), 2U);
+  EXPECT_EQ(hypotheses[0].sample_count, 6U);
+  EXPECT_EQ(hypotheses[0].several_lines, 0U);
+  EXPECT_EQ(hypotheses[1].several_lines, 0U);
+}
+
 TEST(NodeEstimator, ADepthIsOneOfThoseSounded) {
   NodeSurroundings surroundings;
   surroundings.trend.east = 2.0;

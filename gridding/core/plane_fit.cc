@@ -37,8 +37,8 @@ double PlaneFitter::MedianDepth(std::span<const NodeSounding> soundings, const L
   return MedianOf(depths_m_);
 }
 
-// Sums are taken of places from the node and of depths from the plane of the round before, so
-// that nothing of note is lost when the means are taken out.
+// Sums are taken of places from the node and of depths from the plane of the round before, which
+// leaves little to be lost when the means are taken out.
 PlaneFitter::Moments PlaneFitter::MomentsOf(std::span<const NodeSounding> soundings,
                                             const LocalTrend& trend, double depth_m,
                                             double noise_scale) const {
@@ -89,7 +89,8 @@ PlaneFitter::Axes PlaneFitter::AxesOf(const Moments& moments, const LocalTrend& 
   const double both = moments.weight * moments.east_north;
   const double half = 0.5 * (east - north);
   const double apart = std::hypot(half, both);
-  const double most = 0.5 * (east + north) + apart;
+  // Rounding may make less than nothing of the spread of soundings at one place.
+  const double most = std::max(prior, 0.5 * (east + north) + apart);
   const double least = std::max(prior, (east * north - both * both) / most);
   // Half of the angle whose cosine is half / apart.
   const double turned = apart > 0.0 ? half / apart : 1.0;

@@ -34,7 +34,8 @@ class PlaneFitter {
 
   // `start` is a slope that most soundings agree with: it decides which are outliers.
   // `noise_scale` is the scatter of the soundings over what their uncertainties say,
-  // `unknown_slope` the deviation of slopes before any sounding is asked; 0 gives `start`.
+  // `unknown_slope` the deviation of slopes before any sounding is asked; without relief, 0, it is
+  // `start`.
   LocalTrend Slope(std::span<const NodeSounding> soundings, const LocalTrend& start,
                    double noise_scale, double unknown_slope);
 

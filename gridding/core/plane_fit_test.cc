@@ -122,6 +122,24 @@ TEST(PlaneFitter, WherePositionsMixOnOneSideTheSlopeIsUnknown) {
   EXPECT_LT(std::sqrt(Fit(Sounded(1, around)).east_variance), 0.5 * kUnknownSlope);
 }
 
+// Far from the node rounding outweighs the spread of soundings at one place.
+TEST(PlaneFitter, SoundingsAtOnePlaceFarOffTellNothing) {
+  std::mt19937 random(9);
+  std::uniform_real_distribution<float> place(-50000.0F, 50000.0F);
+  for (int draw = 0; draw < 2000; ++draw) {
+    const NodeSounding sounding{.east_m = place(random),
+                                .north_m = place(random),
+                                .depth_m = 30.0F,
+                                .sigma_v_m = 0.001F,
+                                .sigma_h_m = 0.05F};
+    const std::vector<NodeSounding> soundings(1 + static_cast<std::size_t>(draw % 60), sounding);
+    const LocalTrend trend = PlaneFitter(EstimatorSettings{}).Slope(soundings, {}, 1.0, 10.0);
+    ASSERT_TRUE(std::abs(trend.east) <= 10.0 && std::abs(trend.north) <= 10.0) << draw;
+    ASSERT_TRUE(trend.east_variance >= 0.0 && trend.east_variance <= 101.0) << draw;
+    ASSERT_TRUE(trend.north_variance >= 0.0 && trend.north_variance <= 101.0) << draw;
+  }
+}
+
 TEST(PlaneFitter, WithoutSoundingsOrDoubtTheStartStays) {
   const LocalTrend start{.east = 0.2, .north = 0.1, .east_variance = 0.5, .north_variance = 0.25};
   EXPECT_EQ(Fit({}, start).east, 0.2);

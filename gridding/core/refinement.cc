@@ -8,8 +8,6 @@
 
 namespace quarro::core {
 
-namespace {}  // namespace
-
 void CellRefiner::Refine(std::uint32_t nodes_per_side, const Neighbourhood& cells, Refinement& out,
                          EstimatorTrace* trace, std::size_t traced_node) {
   side_ = nodes_per_side;

@@ -22,13 +22,14 @@ struct EstimatorSettings {
   // Standard deviation of the seafloor's slope where the soundings around a node tell nothing of
   // it. Where the relief of the whole cell explains less, that is taken.
   double unknown_slope = 0.3;
-  // Of a refined node's trend a slope of fewer of its standard uncertainties is none. Blocks whose
+  // In the slope between block medians fewer of its standard uncertainties are none. Blocks whose
   // centres are closer along an axis, in sides of a block, tell nothing of it.
   double trend_sigmas = 1.0;
   double least_run = 0.3;
-  // Block medians of a cell from which its relief bounds the unknown slope.
+  // Blocks of a cell with soundings from which its relief bounds the unknown slope: those of the
+  // nodes, and at low resolution 8 x 8.
   int fewest_blocks = 9;
-  // The same for the slope at a low-resolution node, and how its plane is fitted: standard
+  // The same for the plane of a low-resolution node, and how it is fitted: standard
   // uncertainties from which a sounding counts for nothing, and rounds.
   double slope_sigmas = 2.0;
   double biweight_sigmas = 4.685;
@@ -93,7 +94,7 @@ void VisitEstimatorSettings(Settings& settings, const Visitor& visit) {
   visit("ShiftSigmas", settings.shift_sigmas, 0.1, 10.0);
   visit("OutlierSigmas", settings.outlier_sigmas, 1.0, 100.0);
   visit("RunEvidence", settings.run_evidence, 0.1, 1000.0);
-  visit("UnknownSlope", settings.unknown_slope, 0.0, 10.0);
+  visit("UnknownSlope", settings.unknown_slope, 0.01, 10.0);
   visit("SteepSigmas", settings.steep_sigmas, 0.0, 1000.0);
   visit("HuddleShare", settings.huddle_share, 0.0, 1.0);
   visit("TrendSigmas", settings.trend_sigmas, 0.0, 1000.0);
