@@ -36,7 +36,7 @@ def main():
             axis.legend()
         covered = [float(table[level, name]["quarro"]["covered"]) for name in names]
         line[3].bar(names, covered)
-        line[3].set_ylim(0.8, 1.0)
+        line[3].set_ylim(0.7, 1.0)
         line[3].axhspan(0.93, 0.97, alpha=0.2, color="green")
         line[3].set_title(f"{level} resolution: errors within 1.96 sigma")
         for axis in line:
