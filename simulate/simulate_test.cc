@@ -10,19 +10,12 @@
 #include "simulate/seafloor.h"
 #include "simulate/survey_plan.h"
 #include "simulate/survey_writer.h"
+#include "simulate/test_survey.h"
 
 namespace quarro::simulate {
 namespace {
 
 using survey::ScratchDirectory;
-
-SurveyOptions SmallSurvey() {
-  SurveyOptions options;
-  options.lines = 3;
-  options.line_length_m = 100.0;
-  options.beams = 64;
-  return options;
-}
 
 // The lines' bytes by file name.
 std::map<std::string, std::string> Written(const SurveyOptions& options, unsigned threads) {

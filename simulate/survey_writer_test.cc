@@ -8,19 +8,12 @@
 #include "gridding/survey/test_files.h"
 #include "output/file_size_limit.h"
 #include "simulate/part_file.h"
+#include "simulate/test_survey.h"
 
 namespace quarro::simulate {
 namespace {
 
 using survey::ScratchDirectory;
-
-SurveyOptions ThreeLines() {
-  SurveyOptions options;
-  options.lines = 3;
-  options.line_length_m = 100.0;
-  options.beams = 64;
-  return options;
-}
 
 std::size_t FilesIn(const std::string& directory) {
   std::size_t files = 0;
@@ -45,7 +38,7 @@ TEST(SurveyWriter, ALineCutShortLeavesNoFile) {
   std::string error;
   {
     const FileSizeLimit limit(20000);
-    error = ErrorOf(ThreeLines(), scratch.File("lines"), 2, false);
+    error = ErrorOf(SmallSurvey(), scratch.File("lines"), 2, false);
   }
   EXPECT_NE(error.find("cannot be written: File too large"), std::string::npos) << error;
   EXPECT_EQ(FilesIn(scratch.File("lines")), 0U);
@@ -57,10 +50,10 @@ TEST(SurveyWriter, ALineThatExistsStaysUntilANewOneIsWhole) {
   scratch.Write("lines/line_001.gsf", "old");
   {
     const FileSizeLimit limit(20000);
-    EXPECT_NE(ErrorOf(ThreeLines(), scratch.File("lines"), 1, true), "no error");
+    EXPECT_NE(ErrorOf(SmallSurvey(), scratch.File("lines"), 1, true), "no error");
   }
   EXPECT_EQ(survey::BytesOf(scratch.File("lines/line_001.gsf")), "old");
-  EXPECT_EQ(ErrorOf(ThreeLines(), scratch.File("lines"), 1, true), "no error");
+  EXPECT_EQ(ErrorOf(SmallSurvey(), scratch.File("lines"), 1, true), "no error");
   EXPECT_EQ(survey::ReadWhole(scratch.File("lines/line_001.gsf")).account.read, 126U * 64U);
   EXPECT_EQ(FilesIn(scratch.File("lines")), 3U);
 }
@@ -68,7 +61,7 @@ TEST(SurveyWriter, ALineThatExistsStaysUntilANewOneIsWhole) {
 TEST(SurveyWriter, AfterALineThatFailedNoOtherIsBegun) {
   const ScratchDirectory scratch;
   std::filesystem::create_directories(scratch.File("lines/line_002.gsf.part"));
-  EXPECT_NE(ErrorOf(ThreeLines(), scratch.File("lines"), 1, false)
+  EXPECT_NE(ErrorOf(SmallSurvey(), scratch.File("lines"), 1, false)
                 .find("line_002.gsf.part\" cannot be written: Is a directory"),
             std::string::npos);
   EXPECT_TRUE(std::filesystem::exists(scratch.File("lines/line_001.gsf")));
@@ -78,7 +71,7 @@ TEST(SurveyWriter, AfterALineThatFailedNoOtherIsBegun) {
 TEST(SurveyWriter, ADirectoryInALinesPlaceIsToldAsOne) {
   const ScratchDirectory scratch;
   std::filesystem::create_directories(scratch.File("lines/line_001.gsf"));
-  EXPECT_NE(ErrorOf(ThreeLines(), scratch.File("lines"), 1, true)
+  EXPECT_NE(ErrorOf(SmallSurvey(), scratch.File("lines"), 1, true)
                 .find("line_001.gsf\" is a directory; it must be a file"),
             std::string::npos);
 }

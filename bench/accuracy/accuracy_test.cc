@@ -38,13 +38,6 @@ Scenario Small(const char* name) {
   throw std::logic_error(std::string("no scenario ") + name);
 }
 
-const Errors& Of(const std::vector<MethodErrors>& table, const std::string& method) {
-  for (const MethodErrors& row : table) {
-    if (row.method == method) return row.errors;
-  }
-  throw std::logic_error("no method " + method);
-}
-
 // Each that is missed, as a line.
 std::string Missed(const std::vector<Check>& checks, const std::string& but_of = "nothing") {
   std::ostringstream text;
@@ -71,8 +64,8 @@ struct Judged {
 TEST(Accuracy, FewSpikesLeaveTheErrorsNearTheOracles) {
   for (const char* name : {"spikes-1", "spikes-5", "slope-10", "waves"}) {
     const Judged judged(Small(name));
-    EXPECT_GT(Of(judged.full, "quarro").nodes, 10000U);
-    EXPECT_EQ(Of(judged.full, "quarro").without, 0U);
+    EXPECT_GT(ErrorsOf(judged.full, "quarro").nodes, 10000U);
+    EXPECT_EQ(ErrorsOf(judged.full, "quarro").without, 0U);
     EXPECT_EQ(judged.targets.size(), 7U);
     EXPECT_EQ(Missed(judged.targets), "");
     EXPECT_EQ(Missed(judged.checks), "");
@@ -85,12 +78,12 @@ TEST(Accuracy, LowResolutionIsNearTheOraclesAndItsSigmasAreHonest) {
     const TestDirectory folder;
     const SurveyRun run = RunScenario(scenario, folder.Path(), MParams());
     const auto low = JudgeLow(scenario, run);
-    EXPECT_GT(Of(low, "quarro").nodes, 80U);
-    EXPECT_EQ(Of(low, "quarro").without, 0U);
-    EXPECT_LE(Of(low, "quarro").rmse_m, 1.1 * Of(low, "oracle").rmse_m) << name;
-    EXPECT_LE(Of(low, "quarro").median_m, 1.2 * Of(low, "oracle").median_m) << name;
-    EXPECT_GE(Of(low, "quarro").covered, 0.9) << name;
-    EXPECT_LE(Of(low, "quarro").covered, 0.99) << name;
+    EXPECT_GT(ErrorsOf(low, "quarro").nodes, 80U);
+    EXPECT_EQ(ErrorsOf(low, "quarro").without, 0U);
+    EXPECT_LE(ErrorsOf(low, "quarro").rmse_m, 1.1 * ErrorsOf(low, "oracle").rmse_m) << name;
+    EXPECT_LE(ErrorsOf(low, "quarro").median_m, 1.2 * ErrorsOf(low, "oracle").median_m) << name;
+    EXPECT_GE(ErrorsOf(low, "quarro").covered, 0.9) << name;
+    EXPECT_LE(ErrorsOf(low, "quarro").covered, 0.99) << name;
   }
 }
 
@@ -104,11 +97,11 @@ TEST(Accuracy, OneBeamInFiveWrongLeavesFewNodesWrongAndTheseMarked) {
 // of them are more than one in 20,000.
 TEST(Accuracy, TheNeighboursOverruleFishAndCountsDoNot) {
   const Judged asked(Small("fish"));
-  EXPECT_LE(Of(asked.full, "quarro").wrong, 1e-4);
-  EXPECT_LE(Of(asked.full, "quarro").rmse_m, 1.3 * Of(asked.full, "oracle").rmse_m);
+  EXPECT_LE(ErrorsOf(asked.full, "quarro").wrong, 1e-4);
+  EXPECT_LE(ErrorsOf(asked.full, "quarro").rmse_m, 1.3 * ErrorsOf(asked.full, "oracle").rmse_m);
   const Judged counted(Small("fish-by-count"));
-  EXPECT_GT(Of(counted.full, "quarro").wrong, 10.0 * Of(asked.full, "quarro").wrong);
-  EXPECT_GT(Of(counted.full, "quarro").rmse_m, 3.0 * Of(asked.full, "quarro").rmse_m);
+  EXPECT_GT(ErrorsOf(counted.full, "quarro").wrong, 10.0 * ErrorsOf(asked.full, "quarro").wrong);
+  EXPECT_GT(ErrorsOf(counted.full, "quarro").rmse_m, 3.0 * ErrorsOf(asked.full, "quarro").rmse_m);
 }
 
 TEST(Accuracy, TheNeighboursOverruleFishAndKeepTheWreck) {
@@ -129,7 +122,7 @@ TEST(Accuracy, ALineThatIsOffGivesTwoHypotheses) {
 
 // script/demo shows the errors of its own survey.
 TEST(Accuracy, TheDemosScenarioIsTheDemosSurvey) {
-  std::ifstream script(QUARRO_DEMO);
+  std::ifstream script(QUARRO_SOURCE_DIR "/script/demo");
   std::string text((std::istreambuf_iterator<char>(script)), {});
   const auto begin = text.find("Quarro_Simulate\"");
   ASSERT_NE(begin, std::string::npos);

@@ -130,7 +130,8 @@ void CheckOffset(const Scenario& scenario, const SurveyRun& run, std::vector<Che
                     both_right / doubled, 0.9, 1.0});
 }
 
-// Of the cell's 64 squares, those with a sounding.
+// Of the cell's 64 squares, those with a sounding: counted anew, since the engine's own mask sets
+// the spacing that is checked.
 double CoveredShare(const std::vector<core::PackedSounding>& soundings, double cell_m) {
   constexpr double kSquares = 8.0;
   std::set<std::pair<double, double>> filled;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <span>
+#include <stdexcept>
 
 #include "gridding/core/median.h"
 #include "gridding/core/settings.h"
@@ -265,6 +266,13 @@ core::CellIndex CellAt(const ResultDepth& result, const core::Lattice& lattice, 
 }
 
 }  // namespace
+
+const Errors& ErrorsOf(const std::vector<MethodErrors>& table, const std::string& method) {
+  for (const MethodErrors& row : table) {
+    if (row.method == method) return row.errors;
+  }
+  throw std::logic_error("the table has no method " + method);
+}
 
 std::vector<MethodErrors> JudgeFull(const Scenario& scenario, const SurveyRun& run) {
   const core::Lattice lattice(scenario.resolution_m);

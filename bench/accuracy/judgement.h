@@ -34,6 +34,9 @@ struct MethodErrors {
   Errors errors;
 };
 
+// The row of a method. Throws std::logic_error where the table has none.
+const Errors& ErrorsOf(const std::vector<MethodErrors>& table, const std::string& method);
+
 // The oracle is the inverse-variance mean of the good soundings that the node captures, good being
 // within 5 standard uncertainties of the truth at the sounding's own place; block median and block
 // mean are of all soundings in the node's own square. A node is inside coverage when the square

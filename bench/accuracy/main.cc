@@ -98,9 +98,12 @@ int Main(int argc, char** argv) {
     }
     const TestDirectory folder;
     const SurveyRun run = RunScenario(scenario, folder.Path(), arguments.params);
-    for (const char* level : {"low", "full"}) {
-      const auto table =
-          level == std::string("low") ? JudgeLow(scenario, run) : JudgeFull(scenario, run);
+    struct Level {
+      const char* name;
+      decltype(&JudgeLow) judge;
+    };
+    for (const auto& [level, judge] : {Level{"low", JudgeLow}, Level{"full", JudgeFull}}) {
+      const auto table = judge(scenario, run);
       for (const MethodErrors& row : table) PrintRow(scenario, run, level, row, csv);
       const auto found = TargetsOf(scenario, level, table);
       targets.insert(targets.end(), found.begin(), found.end());

@@ -1,7 +1,5 @@
 #include "bench/accuracy/targets.h"
 
-#include <stdexcept>
-
 namespace quarro::accuracy {
 
 namespace {
@@ -10,22 +8,15 @@ constexpr double kNearTheOracle = 1.1;
 constexpr double kNearTheOracleAmongFish = 1.3;
 constexpr double kFewSpikes = 0.05;
 
-const Errors& Of(const std::vector<MethodErrors>& table, const std::string& method) {
-  for (const MethodErrors& row : table) {
-    if (row.method == method) return row.errors;
-  }
-  throw std::logic_error("the table has no method " + method);
-}
-
 class Targets {
  public:
   Targets(const Scenario& scenario, const std::string& level,
           const std::vector<MethodErrors>& table)
       : scenario_(scenario),
         level_(level),
-        quarro_(Of(table, "quarro")),
-        oracle_(Of(table, "oracle")),
-        median_(Of(table, "median")) {}
+        quarro_(ErrorsOf(table, "quarro")),
+        oracle_(ErrorsOf(table, "oracle")),
+        median_(ErrorsOf(table, "median")) {}
 
   std::vector<Check> All() {
     const simulate::SurveyOptions& survey = scenario_.survey;

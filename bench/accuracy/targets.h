@@ -1,6 +1,7 @@
 // How near to the truth the depths of a scenario should come.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "bench/accuracy/checks.h"

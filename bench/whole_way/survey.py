@@ -12,8 +12,9 @@ PINGS_A_METRE = 2.5
 # second and eight knots gives it, placed to some decimetres; without the canyon at its end, and
 # heading north, so that the box around it is filled.
 OPTIONS = ["--seafloor", "mix", "--depth", "40", "--canyon-depth", "1", "--heading", "0",
-           "--beams", str(BEAMS), "--ping-rate", "10", "--speed", "4", "--spikes", "0.01", "--flagged", "0.01",
-           "--horizontal-fixed", "0.3", "--horizontal-proportional", "0.005", "--seed", "2026"]
+           "--beams", str(BEAMS), "--ping-rate", "10", "--speed", "4", "--spikes", "0.01",
+           "--flagged", "0.01", "--horizontal-fixed", "0.3",
+           "--horizontal-proportional", "0.005", "--seed", "2026"]
 # Wide cells of few soundings: ten thousand cells of 32 m.
 SPARSE_OPTIONS = ["--seafloor", "slope", "--slope", "0", "--depth", "100", "--heading", "0",
                   "--lines", "9", "--line-length", "3500", "--beams", "128", "--ping-rate", "1",

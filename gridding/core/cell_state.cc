@@ -176,7 +176,9 @@ void LowResolutionEstimator::Estimate(CellState& state, EstimatorTrace* trace) {
   const double unknown_slope = UnknownSlope(state.statistics);
   const LocalTrend start = steepness_.Checked(
       soundings_, trend_finder_.Around(soundings_, reach_m, unknown_slope), unknown_slope);
-  surroundings.noise_scale = ScatterOf(soundings_, start, settings_.estimator);
+  noise_.Clear();
+  AddDifferences(soundings_, start, noise_);
+  surroundings.noise_scale = noise_.Value();
   surroundings.trend =
       plane_fitter_.Slope(soundings_, start, surroundings.noise_scale, unknown_slope);
   estimator_.Estimate(soundings_, surroundings, state.low, trace);

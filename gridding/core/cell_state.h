@@ -60,8 +60,9 @@ class LowResolutionEstimator {
   explicit LowResolutionEstimator(const GridSettings& settings)
       : settings_(settings),
         estimator_(settings.estimator),
-        steepness_(settings.estimator.steep_sigmas, settings.estimator.huddle_share),
+        steepness_(settings.estimator),
         trend_finder_(settings.estimator),
+        noise_(settings.estimator),
         plane_fitter_(settings.estimator) {}
   // Replaces state.low. `trace` may be null.
   void Estimate(CellState& state, EstimatorTrace* trace = nullptr);
@@ -73,6 +74,7 @@ class LowResolutionEstimator {
   NodeEstimator estimator_;
   SteepnessCheck steepness_;
   TrendFinder trend_finder_;
+  NoiseScale noise_;
   PlaneFitter plane_fitter_;
   std::vector<NodeSounding> soundings_;
 };

@@ -193,8 +193,9 @@ LocalTrend SteepnessCheck::Checked(std::span<const NodeSounding> soundings, cons
   }
   const double rise_squared = (trend.east * trend.east + trend.north * trend.north) * reach_squared;
   const double noise_squared = variance_sum_m2 / static_cast<double>(soundings.size());
-  if (rise_squared < steep_sigmas_ * steep_sigmas_ * noise_squared) return trend;
-  if (Huddle(soundings, 0.0, 0.0) >= huddle_share_ * Huddle(soundings, trend.east, trend.north)) {
+  if (rise_squared < settings_.steep_sigmas * settings_.steep_sigmas * noise_squared) return trend;
+  if (Huddle(soundings, 0.0, 0.0) >=
+      settings_.huddle_share * Huddle(soundings, trend.east, trend.north)) {
     return trend;
   }
   const double unknown = unknown_slope * unknown_slope;
@@ -216,13 +217,6 @@ void AddDifferences(std::span<const NodeSounding> soundings, const LocalTrend& t
     scale.Add(depth(soundings[i]) - depth(soundings[i - 1]),
               variance(soundings[i]) + variance(soundings[i - 1]));
   }
-}
-
-double ScatterOf(std::span<const NodeSounding> soundings, const LocalTrend& trend,
-                 const EstimatorSettings& settings) {
-  NoiseScale scale(settings);
-  AddDifferences(soundings, trend, scale);
-  return scale.Value();
 }
 
 }  // namespace quarro::core

@@ -75,10 +75,6 @@ class TrendFinder {
   BlockMedianFinder median_finder_;
 };
 
-// Of the soundings of one node.
-double ScatterOf(std::span<const NodeSounding> soundings, const LocalTrend& trend,
-                 const EstimatorSettings& settings);
-
 // Tells a steep seafloor from a jump between two depths, which neighbouring block medians do not:
 // beside a school of fish or on the edge of a wreck they rise as on a slope, but the soundings of a
 // node lie at the one depth or the other. One thread an object, which keeps its working memory.
@@ -86,8 +82,7 @@ class SteepnessCheck {
  public:
   // It doubts a trend that rises by `steep_sigmas` standard uncertainties of a sounding, and gives
   // it up where the soundings huddle `huddle_share` times as closely without.
-  SteepnessCheck(double steep_sigmas, double huddle_share)
-      : steep_sigmas_(steep_sigmas), huddle_share_(huddle_share) {}
+  explicit SteepnessCheck(const EstimatorSettings& settings) : settings_(settings) {}
 
   // The trend, or a level one of unknown slope where `soundings`, one node's, huddle at a few
   // depths more closely than along the trend.
@@ -96,8 +91,7 @@ class SteepnessCheck {
 
  private:
   double Huddle(std::span<const NodeSounding> soundings, double slope_east, double slope_north);
-  double steep_sigmas_;
-  double huddle_share_;
+  EstimatorSettings settings_;
   std::vector<double> depths_m_;
 };
 

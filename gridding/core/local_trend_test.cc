@@ -27,10 +27,7 @@ std::vector<NodeSounding> Around(const Depth& depth) {
   return soundings;
 }
 
-SteepnessCheck Check() {
-  const EstimatorSettings settings;
-  return {settings.steep_sigmas, settings.huddle_share};
-}
+SteepnessCheck Check() { return SteepnessCheck(EstimatorSettings{}); }
 
 TEST(SteepnessCheck, ACliffThatTheSoundingsFollowIsKept) {
   const LocalTrend cliff{.east = 8.0, .north = 0.0, .east_variance = 0.01, .north_variance = 0.01};
@@ -78,7 +75,9 @@ TEST(NoiseScale, IsThatOfTheGoodSoundingsWhereTwoPairsInThreeHoldASpike) {
     soundings.push_back({.depth_m = static_cast<float>(30.0 + spike_m + noise(random)),
                          .sigma_v_m = static_cast<float>(kSigma_m)});
   }
-  EXPECT_NEAR(ScatterOf(soundings, {}, EstimatorSettings{}), 1.0, 0.2);
+  NoiseScale scale(EstimatorSettings{});
+  AddDifferences(soundings, {}, scale);
+  EXPECT_NEAR(scale.Value(), 1.0, 0.2);
 }
 
 }  // namespace

@@ -48,7 +48,7 @@ class CellRefiner {
       : settings_(settings),
         estimator_(settings.estimator),
         offsets_(settings.estimator),
-        steepness_(settings.estimator.steep_sigmas, settings.estimator.huddle_share),
+        steepness_(settings.estimator),
         noise_(settings.estimator) {}
 
   // `nodes_per_side` of at least 2. Nodes near the edge take soundings of the neighbours too; those

@@ -29,8 +29,9 @@ struct EstimatorSettings {
   // Blocks of a cell with soundings from which its relief bounds the unknown slope: those of the
   // nodes, and at low resolution 8 x 8.
   int fewest_blocks = 9;
-  // The same for the plane of a low-resolution node, and how it is fitted: standard
-  // uncertainties from which a sounding counts for nothing, and rounds.
+  // In the slope of a low-resolution node's plane fewer of its standard uncertainties are none.
+  // How the plane is fitted: standard uncertainties from which a sounding counts for nothing, and
+  // rounds.
   double slope_sigmas = 2.0;
   double biweight_sigmas = 4.685;
   int plane_rounds = 3;
@@ -41,8 +42,8 @@ struct EstimatorSettings {
   int scatter_rounds = 5;
   // Soundings wanted around a low-resolution node before its reach shrinks.
   int low_resolution_soundings = 60;
-  // True: an ambiguous node reports the hypothesis that agrees with its unambiguous neighbours.
-  // False: the one with most soundings.
+  // True: where hypotheses compete, the node reports the one that agrees with its unambiguous
+  // neighbours. False: the one with most soundings.
   bool ask_neighbours = true;
   // A node is ambiguous, and no witness for others, when the runner-up has at least this share of
   // the first one's soundings; with the other share it competes, so that neighbours are asked.
