@@ -62,7 +62,9 @@ class EstimatorTrace {
 // b (1 + ((d + 1.96 sh) / s)^2), b = (noise_scale sv)^2 + (slope sh)^2. The variance reported is
 // that of the weighted mean of soundings with the variances b, so weights do not make it better or
 // worse than the data is, and what the trend's own variance makes of the way from their centre to
-// the node.
+// the node. No depth lies beyond those of the soundings given: one that the trend would carry
+// farther is moved back, and the square of the move added to its variance. Whether a value fits is
+// judged with the trend's variance over the way from the hypothesis's centre to the sounding.
 //
 // One thread an estimator, which keeps its working memory and allocates nothing once it is warm.
 class NodeEstimator {
